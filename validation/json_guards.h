@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the rules of both JSON engines share: bounded parsing, and searches of the whole tree.
+#pragma once
+
+#include <json-glib/json-glib.h>
+
+#include <cstdint>
+#include <string>
+
+#include "runtime/glib_ptr.h"
+#include "validation/profile_validation.h"
+
+namespace quorvex::linux_service {
+
+// Parses a JSON object of bounded depth and size. On success `parser` owns the tree and `root` is
+// borrowed from it.
+[[nodiscard]] ValidationResult ParseJsonObject(const std::string& rawConfig,
+                                               GObjectPtr<JsonParser>* parser, JsonObject** root);
+
+// Whether the tree below `node`, which lies at `depth`, is at most 64 levels deep and `count`,
+// which counts every node on the way, stays within 100,000.
+[[nodiscard]] bool JsonWithinLimits(JsonNode* node, std::uint64_t depth, std::uint64_t* count);
+
+// Whether a member anywhere in the tree names a private key or certificate file.
+[[nodiscard]] bool ContainsForbiddenFileMember(JsonNode* node);
+
+// Whether anything in the tree makes an engine load a file or a list of its own.
+[[nodiscard]] bool ContainsForbiddenExternalResource(JsonNode* node);
+
+// All three are false for a null object and a missing member. The comparison ignores ASCII case.
+[[nodiscard]] bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name);
+[[nodiscard]] bool JsonStringEquals(JsonObject* object, const char* name, const char* expected);
+[[nodiscard]] bool JsonBooleanIsTrue(JsonObject* object, const char* name);
+
+// The member as a container; null when it is missing or of another kind.
+[[nodiscard]] JsonObject* JsonObjectMember(JsonObject* object, const char* name);
+[[nodiscard]] JsonArray* JsonArrayMember(JsonObject* object, const char* name);
+
+// The element as an object; null when it is of another kind.
+[[nodiscard]] JsonObject* JsonObjectElement(JsonArray* array, guint index);
+
+// The member's text in ASCII lower case; empty when it is no string.
+[[nodiscard]] std::string JsonLowercaseString(JsonObject* object, const char* name);
+
+}  // namespace quorvex::linux_service

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What all rule sets share: how a verdict is made, and how text is read.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "validation/profile_validation.h"
+
+namespace quorvex::linux_service {
+
+// A refusal with its sentence.
+[[nodiscard]] ValidationResult Invalid(std::string message);
+[[nodiscard]] ValidationResult Valid();
+
+// The text without leading and trailing white space, as the standard classification sees it.
+[[nodiscard]] std::string Trim(std::string_view text);
+
+[[nodiscard]] std::string LowercaseAscii(std::string_view text);
+
+// The pieces between commas, each trimmed, empty ones included; none for an empty text.
+[[nodiscard]] std::vector<std::string> SplitAtCommas(std::string_view text);
+
+// Takes the next line, without its line feed, off `rest`, which must not be empty.
+[[nodiscard]] std::string_view TakeLine(std::string_view* rest);
+
+// Whether a trimmed line says nothing: empty, or a comment beginning with "#" or ";".
+[[nodiscard]] bool IsBlankOrComment(std::string_view line);
+
+}  // namespace quorvex::linux_service
