@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <memory>
+
+#include "killswitch/endpoint_hosts.h"
+#include "killswitch/kill_switch.h"
+#include "runtime/glib_ptr.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
+
+void AddAddress(std::vector<std::string>* addresses, const std::string& text) {
+  if (std::ranges::find(*addresses, text) == addresses->end()) {
+    addresses->push_back(text);
+  }
+}
+
+bool IsLiteralAddress(const std::string& host) {
+  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
+}
+
+// A name that does not resolve contributes nothing.
+void AddResolved(GResolver* resolver, const std::string& host,
+                 std::vector<std::string>* addresses) {
+  const AddressListPtr found(g_resolver_lookup_by_name(resolver, host.c_str(), nullptr, nullptr));
+  for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
+    const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
+    AddAddress(addresses, text.get());
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
+                                                  const std::string& configuration) {
+  std::vector<std::string> addresses;
+  const GObjectPtr<GResolver> resolver(g_resolver_get_default());
+  for (const std::string& host : CollectEndpointHosts(kind, configuration)) {
+    if (IsLiteralAddress(host)) {
+      AddAddress(&addresses, host);
+    } else if (resolver != nullptr) {
+      AddResolved(resolver.get(), host, &addresses);
+    }
+  }
+  return addresses;
+}
+
+}  // namespace quorvex::linux_service
