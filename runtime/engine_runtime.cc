@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "runtime/engine_runtime.h"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "killswitch/kill_switch.h"
+#include "runtime/child_process.h"
+#include "runtime/constants.h"
+#include "runtime/engine_files.h"
+#include "runtime/private_files.h"
+#include "runtime/wireguard_engine.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+constexpr std::chrono::milliseconds kStopTimeout{8000};
+
+constexpr char kCancelled[] = "The VPN connection request was cancelled.";
+constexpr char kUnavailable[] = " runtime is unavailable. Repair the QuorvexVPN installation.";
+constexpr char kForced[] = " required forced termination; route cleanup needs verification.";
+constexpr char kStoppedUnexpectedly[] = " stopped unexpectedly.";
+constexpr char kNoTunnel[] = "No tunnel interface is active.";
+
+bool Fail(std::string sentence, std::string* error) {
+  *error = std::move(sentence);
+  return false;
+}
+
+bool HasWireGuardLeftovers() {
+  struct stat status = {};
+  return (lstat(kWireGuardConfig, &status) == 0 && S_ISREG(status.st_mode)) ||
+         g_file_test(kWireGuardInterfacePath, G_FILE_TEST_IS_DIR) != FALSE;
+}
+
+// Waits for the child's end, by force after kStopTimeout. True when it ended in time.
+bool EndProcess(GSubprocess* process) {
+  if (ProcessIsAlive(process)) {
+    g_subprocess_send_signal(process, SIGTERM);
+  }
+  if (WaitForProcess(process, kStopTimeout)) {
+    return true;
+  }
+  g_subprocess_force_exit(process);
+  g_subprocess_wait(process, nullptr, nullptr);
+  return false;
+}
+
+}  // namespace
+
+EngineRuntime::EngineRuntime() = default;
+
+EngineRuntime::~EngineRuntime() {
+  std::string discarded;
+  static_cast<void>(Stop(&discarded));
+}
+
+bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
+                          const std::string& rawConfig, const std::function<bool()>& cancelled,
+                          std::string* error) {
+  if (cancelled()) {
+    return Fail(kCancelled, error);
+  }
+  if (!IsAvailable(engine)) {
+    return Fail(std::string(EngineName(engine)) + kUnavailable, error);
+  }
+  // A new engine never starts beside an old one or its files.
+  if (!Recover(error)) {
+    return false;
+  }
+  if (cancelled()) {
+    return Fail(kCancelled, error);
+  }
+  if (engine == EngineKind::kWireGuard) {
+    return StartWireGuard(rawConfig, cancelled, error);
+  }
+  return StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
+}
+
+bool EngineRuntime::Stop(std::string* error) {
+  // The kill switch goes first, so that a failed stop never leaves the machine without network and
+  // without a way to reconnect.
+  std::string killSwitchError;
+  const bool unblocked = RemoveKillSwitch(&killSwitchError);
+  if (!StopEngine(error)) {
+    return false;
+  }
+  return unblocked || Fail(std::move(killSwitchError), error);
+}
+
+bool EngineRuntime::StopEngine(std::string* error) {
+  if (process != nullptr) {
+    return StopProcess(error);
+  }
+  if ((kind == EngineKind::kWireGuard || HasWireGuardLeftovers()) && !StopWireGuard(error)) {
+    return false;
+  }
+  ForgetEngine();
+  return true;
+}
+
+bool EngineRuntime::StopProcess(std::string* error) {
+  if (process == nullptr) {
+    return true;
+  }
+  const EngineKind stopped = kind;
+  const bool inTime = EndProcess(process.get());
+  ForgetEngine();
+  std::string removalError;
+  const bool removed = RemoveConfigFor(stopped, &removalError);
+  if (!inTime) {
+    return Fail(std::string(EngineName(stopped)) + kForced, error);
+  }
+  return removed || Fail(std::move(removalError), error);
+}
+
+void EngineRuntime::ForgetEngine() {
+  process.reset();
+  kind = EngineKind::kUnsupported;
+  activeConfigPath.clear();
+}
+
+bool EngineRuntime::Recover(std::string* error) {
+  return Stop(error) && StopWireGuard(error) && SecureRemoveFile(kSingBoxConfig, error) &&
+         SecureRemoveFile(kXrayConfig, error) && RemoveConfigFor(EngineKind::kOpenVpn, error);
+}
+
+bool EngineRuntime::PollUnexpectedExit(std::string* error) {
+  if (process == nullptr || ProcessIsAlive(process.get())) {
+    return false;
+  }
+  const EngineKind died = kind;
+  g_subprocess_wait(process.get(), nullptr, nullptr);
+  ForgetEngine();
+  std::string discarded;
+  static_cast<void>(RemoveConfigFor(died, &discarded));
+  *error = std::string(EngineName(died)) + kStoppedUnexpectedly;
+  return true;
+}
+
+bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig, std::string* error) {
+  const std::string interface = TunnelInterfaceFor(kind);
+  if (interface.empty()) {
+    return Fail(kNoTunnel, error);
+  }
+  return ApplyKillSwitch(interface, CollectEndpointAddresses(kind, rawConfig), error);
+}
+
+}  // namespace quorvex::linux_service
