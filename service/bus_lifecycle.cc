@@ -2,6 +2,7 @@
 #include "service/bus_lifecycle.h"
 
 #include "runtime/constants.h"
+#include "service/bus_read_buffer.h"
 #include "service/introspection.h"
 #include "service/method_dispatch.h"
 #include "service/service.h"
@@ -38,6 +39,7 @@ void BusAcquired(GDBusConnection* connection, const char* /*name*/, gpointer use
   // GLib would answer the end of the bus with a SIGTERM to ourselves, and the lost name would pass
   // for an ordinary stop.
   g_dbus_connection_set_exit_on_close(connection, FALSE);
+  KeepBusReadBufferClean(connection);
   RegisterObject(service);
   EmitLog(service, "info", "QuorvexVPN Linux service started.");
 }

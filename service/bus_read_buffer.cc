@@ -9,28 +9,39 @@ namespace quorvex::service_front {
 namespace {
 
 // More than a message's header and paddings can take beside its arguments.
-constexpr std::size_t kHeaderAllowance = 4096;
+constexpr gsize kHeaderAllowance = 4096;
 
 // A signal that nobody subscribes to, addressed to ourselves: GDBus reads and drops it.
 constexpr char kSignalName[] = "ReadBufferOverwritten";
 
-}  // namespace
-
-void OverwriteBusReadBuffer(GDBusConnection* connection, std::size_t messageSize) {
-  if (connection == nullptr) {
-    return;
-  }
+void SendZerosToSelf(GDBusConnection* connection, gsize size) {
   const char* self = g_dbus_connection_get_unique_name(connection);
   if (self == nullptr) {
     return;
   }
-  const std::vector<guchar> zeros(messageSize + kHeaderAllowance);
+  const std::vector<guchar> zeros(size);
   GVariant* payload =
       g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, zeros.data(), zeros.size(), sizeof(guchar));
-  // A bus that refuses it leaves the buffer to the next long message; nothing else depends on it.
   static_cast<void>(g_dbus_connection_emit_signal(connection, self, linux_service::kObjectPath,
                                                   linux_service::kInterfaceName, kSignalName,
                                                   g_variant_new("(@ay)", payload), nullptr));
+}
+
+// A filter on GDBus's thread: every message passes unchanged.
+GDBusMessage* FollowCallWithZeros(GDBusConnection* connection, GDBusMessage* message,
+                                  gboolean incoming, gpointer /*userData*/) {
+  GVariant* arguments = g_dbus_message_get_body(message);
+  if (incoming != FALSE && arguments != nullptr &&
+      g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+    SendZerosToSelf(connection, g_variant_get_size(arguments) + kHeaderAllowance);
+  }
+  return message;
+}
+
+}  // namespace
+
+void KeepBusReadBufferClean(GDBusConnection* connection) {
+  g_dbus_connection_add_filter(connection, FollowCallWithZeros, nullptr, nullptr);
 }
 
 }  // namespace quorvex::service_front

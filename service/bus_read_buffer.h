@@ -3,14 +3,15 @@
 
 #include <gio/gio.h>
 
-#include <cstddef>
-
 namespace quorvex::service_front {
 
-// Has the bus library overwrite its read buffer, which still holds the last message as it came off
-// the wire, profile and all: the buffer is kept for the next message, so the service sends itself
-// one that is longer than `messageSize` bytes (the size of the message's arguments) and holds
-// nothing but zeros. Returns at once; a null connection is ignored. Best effort, any thread.
-void OverwriteBusReadBuffer(GDBusConnection* connection, std::size_t messageSize);
+// Keeps the bus library from remembering what callers sent. GDBus reads every message into one
+// buffer, which it keeps for the next message, so a profile would stand there, key and all, until
+// something longer arrives. From now on each incoming call with arguments is followed by a message
+// of zeros from the service to itself, longer than the call was. That holds for every call, also
+// for those that are refused before a handler sees them. Best effort: a bus that drops the message
+// leaves the buffer to the next long one. Main thread; the work is done on the bus library's own
+// thread.
+void KeepBusReadBufferClean(GDBusConnection* connection);
 
 }  // namespace quorvex::service_front

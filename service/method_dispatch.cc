@@ -9,7 +9,6 @@
 #include "runtime/secure_clear.h"
 #include "service/authorization.h"
 #include "service/bus_errors.h"
-#include "service/bus_read_buffer.h"
 #include "service/dictionaries.h"
 #include "service/dictionary_builder.h"
 #include "service/key_pair.h"
@@ -145,7 +144,6 @@ void RefuseConnect(const Call& call, Profile* profile, const BusError& error,
 void HandleConnect(const Call& call) {
   Service* service = call.service;
   Profile profile = ReadProfile(call.parameters);
-  OverwriteBusReadBuffer(service->connection.get(), g_variant_get_size(call.parameters));
   const ValidationResult verdict = ValidateProfile(profile.id, profile.protocol, profile.rawConfig);
   if (!verdict.valid) {
     RefuseConnect(call, &profile, kInvalidProfile, verdict.message);
