@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # What the root's two commands share: root rights, packages, progress, builds.
+# The lists of packages are for whoever reads this file in.
+# shellcheck disable=SC2034
 
 # Debian packages that the build needs, and what a world of the tests and the demo needs.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libglib2.0-dev libpolkit-gobject-1-dev
@@ -67,3 +69,13 @@ build() {
 # A test run that died may leave its worlds' host-side files; the worlds themselves end with it.
 host_snapshot() { /usr/bin/python3 tests/support/host_state.py snapshot "$1"; }
 host_compare() { /usr/bin/python3 tests/support/host_state.py compare "$1"; }
+
+# finish WHAT STATUS: the last line, and the end.
+finish() {
+  if [ "$2" = 0 ]; then
+    say "$1: passed"
+  else
+    say "$1: FAILED"
+  fi
+  exit "$2"
+}
