@@ -44,7 +44,8 @@ bool EndProcess(GSubprocess* process) {
     return true;
   }
   g_subprocess_force_exit(process);
-  g_subprocess_wait(process, nullptr, nullptr);
+  // Nothing can cancel this wait, and SIGKILL leaves nothing to wait for in vain.
+  static_cast<void>(g_subprocess_wait(process, nullptr, nullptr));
   return false;
 }
 
@@ -132,7 +133,8 @@ bool EngineRuntime::PollUnexpectedExit(std::string* error) {
     return false;
   }
   const EngineKind died = kind;
-  g_subprocess_wait(process.get(), nullptr, nullptr);
+  // Only reaps: the child has ended.
+  static_cast<void>(g_subprocess_wait(process.get(), nullptr, nullptr));
   ForgetEngine();
   std::string discarded;
   static_cast<void>(RemoveConfigFor(died, &discarded));

@@ -38,7 +38,8 @@ class FileDescriptor {
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   ~FileDescriptor() {
     if (IsOpen()) {
-      close(fd);
+      // What was written has been flushed; a failing close has nothing more to tell.
+      static_cast<void>(close(fd));
     }
   }
   [[nodiscard]] bool IsOpen() const { return fd >= 0; }
@@ -57,7 +58,8 @@ class UnlinkGuard {
   UnlinkGuard& operator=(const UnlinkGuard&) = delete;
   ~UnlinkGuard() {
     if (armed) {
-      unlink(path);
+      // The failing step's own message stands, whatever becomes of this.
+      static_cast<void>(unlink(path));
     }
   }
   void Arm() { armed = true; }

@@ -74,14 +74,16 @@ void RefusePendingCalls() {
   }
 }
 
+// One slice of the wait; true once no worker is left.
+bool WorkersEnd(Service* service) {
+  std::unique_lock lock(service->workerWaitMutex);
+  return service->workersIdle.wait_for(lock, kWorkerWaitSlice,
+                                       [service] { return service->activeWorkers.load() == 0; });
+}
+
 // The engine is never stopped underneath a running worker.
 void WaitForWorkers(Service* service) {
-  while (service->activeWorkers.load() != 0) {
-    {
-      std::unique_lock lock(service->workerWaitMutex);
-      service->workersIdle.wait_for(lock, kWorkerWaitSlice,
-                                    [service] { return service->activeWorkers.load() == 0; });
-    }
+  while (!WorkersEnd(service)) {
     RefusePendingCalls();
   }
 }
