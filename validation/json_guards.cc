@@ -3,9 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <string_view>
 
+#include "validation/json_text_guard.h"
 #include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
@@ -14,37 +14,47 @@ namespace {
 constexpr std::uint64_t kMaxDepth = 64;
 constexpr std::uint64_t kMaxNodes = 100000;
 
-constexpr char kMalformed[] = "The JSON VPN configuration is malformed.";
-constexpr char kNotAnObject[] = "The JSON VPN configuration must be an object.";
-constexpr char kTooComplex[] = "The JSON VPN configuration exceeds complexity limits.";
+constexpr const char* kMalformed = "The JSON VPN configuration is malformed.";
+constexpr const char* kNotAnObject = "The JSON VPN configuration must be an object.";
+constexpr const char* kTooComplex = "The JSON VPN configuration exceeds complexity limits.";
 
 constexpr std::array<std::string_view, 4> kFileMembers = {"certificate_path", "certificatefile",
                                                           "key_path", "keyfile"};
 // Xray's syntax for geographic data in files of the profile's own.
 constexpr std::array<std::string_view, 2> kExternalPrefixes = {"ext:", "ext-ip:"};
 
-// The containers' own lists, which json-glib hands out to be freed by the caller.
-using ListPtr = std::unique_ptr<GList, ReleaseWith<g_list_free>>;
-
+// Whether `holds` is true of a member's name and value; members come in order.
 template <typename Predicate>
-bool AllChildren(JsonNode* node, Predicate holds) {
-  ListPtr children;
-  if (JSON_NODE_HOLDS_OBJECT(node)) {
-    children.reset(json_object_get_values(json_node_get_object(node)));
-  } else if (JSON_NODE_HOLDS_ARRAY(node)) {
-    children.reset(json_array_get_elements(json_node_get_array(node)));
-  }
-  for (const GList* entry = children.get(); entry != nullptr; entry = entry->next) {
-    if (!holds(static_cast<JsonNode*>(entry->data))) {
-      return false;
+bool AnyMember(JsonObject* object, Predicate holds) {
+  JsonObjectIter iterator;
+  const char* name = nullptr;
+  JsonNode* value = nullptr;
+  json_object_iter_init_ordered(&iterator, object);
+  while (json_object_iter_next_ordered(&iterator, &name, &value) != FALSE) {
+    if (holds(name, value)) {
+      return true;
     }
   }
-  return true;
+  return false;
+}
+
+template <typename Predicate>
+bool AnyElement(JsonArray* array, Predicate holds) {
+  for (guint index = 0; index < json_array_get_length(array); ++index) {
+    if (holds(json_array_get_element(array, index))) {
+      return true;
+    }
+  }
+  return false;
 }
 
 template <typename Predicate>
 bool AnyChild(JsonNode* node, Predicate holds) {
-  return !AllChildren(node, [&holds](JsonNode* child) { return !holds(child); });
+  if (JSON_NODE_HOLDS_OBJECT(node)) {
+    return AnyMember(json_node_get_object(node),
+                     [&holds](const char*, JsonNode* value) { return holds(value); });
+  }
+  return JSON_NODE_HOLDS_ARRAY(node) && AnyElement(json_node_get_array(node), holds);
 }
 
 // Null when the node is no string.
@@ -73,17 +83,6 @@ bool MemberIsForbiddenFile(const char* name, JsonNode* value) {
   return (named && IsNonEmptyStringOrArray(value)) || ContainsForbiddenFileMember(value);
 }
 
-bool ObjectHasForbiddenFileMember(JsonObject* object) {
-  const ListPtr names(json_object_get_members(object));
-  for (const GList* entry = names.get(); entry != nullptr; entry = entry->next) {
-    const auto* name = static_cast<const char*>(entry->data);
-    if (MemberIsForbiddenFile(name, json_object_get_member(object, name))) {
-      return true;
-    }
-  }
-  return false;
-}
-
 bool IsLocalRuleSet(JsonNode* node) {
   if (!JSON_NODE_HOLDS_OBJECT(node)) {
     return false;
@@ -99,10 +98,28 @@ bool IsExternalReference(const char* text) {
   });
 }
 
+// The sentence for a text that json-glib must not even parse; null for all others.
+const char* ComplaintAboutText(const std::string& rawConfig) {
+  switch (JudgeJsonText(rawConfig)) {
+    case JsonTextVerdict::kMalformed:
+      return kMalformed;
+    case JsonTextVerdict::kNotAnObject:
+      return kNotAnObject;
+    case JsonTextVerdict::kTooComplex:
+      return kTooComplex;
+    case JsonTextVerdict::kParse:
+      break;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 ValidationResult ParseJsonObject(const std::string& rawConfig, GObjectPtr<JsonParser>* parser,
                                  JsonObject** root) {
+  if (const char* complaint = ComplaintAboutText(rawConfig); complaint != nullptr) {
+    return Invalid(complaint);
+  }
   GObjectPtr<JsonParser> loaded(json_parser_new());
   if (json_parser_load_from_data(loaded.get(), rawConfig.data(),
                                  static_cast<gssize>(rawConfig.size()), nullptr) == FALSE) {
@@ -125,15 +142,18 @@ bool JsonWithinLimits(JsonNode* node, std::uint64_t depth, std::uint64_t* count)
   if (node == nullptr || depth > kMaxDepth || ++*count > kMaxNodes) {
     return false;
   }
-  return AllChildren(
-      node, [depth, count](JsonNode* child) { return JsonWithinLimits(child, depth + 1, count); });
+  return !AnyChild(
+      node, [depth, count](JsonNode* child) { return !JsonWithinLimits(child, depth + 1, count); });
 }
 
 bool ContainsForbiddenFileMember(JsonNode* node) {
-  if (node != nullptr && JSON_NODE_HOLDS_OBJECT(node)) {
-    return ObjectHasForbiddenFileMember(json_node_get_object(node));
+  if (node == nullptr) {
+    return false;
   }
-  return node != nullptr && AnyChild(node, ContainsForbiddenFileMember);
+  if (JSON_NODE_HOLDS_OBJECT(node)) {
+    return AnyMember(json_node_get_object(node), MemberIsForbiddenFile);
+  }
+  return AnyChild(node, ContainsForbiddenFileMember);
 }
 
 bool ContainsForbiddenExternalResource(JsonNode* node) {

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "validation/engine_rules.h"
 #include "validation/rule_text.h"
@@ -13,111 +11,120 @@
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kUnmatchedBlock[] = "The OpenVPN profile contains an unmatched inline block.";
-constexpr char kUnsupportedBlock[] = "The OpenVPN profile contains an unsupported inline block.";
-constexpr char kForbidden[] =
+constexpr const char* kUnmatchedBlock = "The OpenVPN profile contains an unmatched inline block.";
+constexpr const char* kUnsupportedBlock =
+    "The OpenVPN profile contains an unsupported inline block.";
+constexpr const char* kForbidden =
     "The OpenVPN profile contains a privileged or external-control directive that is not "
     "permitted.";
-constexpr char kProxyCredentials[] =
+constexpr const char* kProxyCredentials =
     "OpenVPN HTTP proxy credentials may not reference an external file.";
-constexpr char kUnterminatedBlock[] = "The OpenVPN profile contains an unterminated inline block.";
-constexpr char kIncomplete[] =
+constexpr const char* kUnterminatedBlock =
+    "The OpenVPN profile contains an unterminated inline block.";
+constexpr const char* kIncomplete =
     "OpenVPN profiles require client mode, a remote, and TUN\u2014not TAP.";
-constexpr char kNotEmbedded[] =
+constexpr const char* kNotEmbedded =
     "OpenVPN profiles must embed credentials and certificates instead of referencing external "
     "files.";
 
-constexpr char kWhitespace[] = " \t\n\v\f\r";
+constexpr std::string_view kWhitespace = " \t\n\v\f\r";
 
-using NameSet = std::set<std::string, std::less<>>;
-
-const NameSet& ForbiddenDirectives() {
-  static const NameSet kForbiddenDirectives = {
-      "up",
-      "down",
-      "route-up",
-      "route-pre-down",
-      "ipchange",
-      "learn-address",
-      "tls-verify",
-      "auth-user-pass-verify",
-      "client-connect",
-      "client-disconnect",
-      "plugin",
-      "script-security",
-      "management",
-      "management-client",
-      "management-external-key",
-      "management-external-cert",
-      "pkcs11-providers",
-      "pkcs11-id",
-      "config",
-      "capath",
-      "setenv",
-      "setenv-safe",
-      "route-nopull",
-      "route-noexec",
-      "ifconfig-noexec",
-      "pull-filter",
-      "dev-node",
-      "iproute",
-      "engine",
-      "providers",
-      "providers-path",
-      "http-proxy-user-pass",
-      "tls-export-cert",
-      "tls-crypt-v2-verify",
-      "auth-gen-token-secret",
-      "client-config-dir",
-      "ifconfig-pool-persist",
-      "replay-persist",
-      "tmp-dir",
-      "setcon",
-      "mktun",
-      "rmtun",
-      "askpass",
-      "log",
-      "log-append",
-      "status",
-      "writepid",
-      "daemon",
-      "syslog",
-      "chroot",
-      "cd",
-      "user",
-      "group",
-  };
-  return kForbiddenDirectives;
-}
+constexpr std::array<std::string_view, 53> kForbiddenDirectives = {
+    "up",
+    "down",
+    "route-up",
+    "route-pre-down",
+    "ipchange",
+    "learn-address",
+    "tls-verify",
+    "auth-user-pass-verify",
+    "client-connect",
+    "client-disconnect",
+    "plugin",
+    "script-security",
+    "management",
+    "management-client",
+    "management-external-key",
+    "management-external-cert",
+    "pkcs11-providers",
+    "pkcs11-id",
+    "config",
+    "capath",
+    "setenv",
+    "setenv-safe",
+    "route-nopull",
+    "route-noexec",
+    "ifconfig-noexec",
+    "pull-filter",
+    "dev-node",
+    "iproute",
+    "engine",
+    "providers",
+    "providers-path",
+    "http-proxy-user-pass",
+    "tls-export-cert",
+    "tls-crypt-v2-verify",
+    "auth-gen-token-secret",
+    "client-config-dir",
+    "ifconfig-pool-persist",
+    "replay-persist",
+    "tmp-dir",
+    "setcon",
+    "mktun",
+    "rmtun",
+    "askpass",
+    "log",
+    "log-append",
+    "status",
+    "writepid",
+    "daemon",
+    "syslog",
+    "chroot",
+    "cd",
+    "user",
+    "group",
+};
 
 // What names credentials or certificates: only as inline blocks, and no other block is known.
-const NameSet& InlineFileDirectives() {
-  static const NameSet kInlineFileDirectives = {
-      "ca",           "cert",           "key",        "dh",          "tls-auth", "tls-crypt",
-      "tls-crypt-v2", "auth-user-pass", "crl-verify", "extra-certs", "secret",   "pkcs12",
-  };
-  return kInlineFileDirectives;
+constexpr std::array<std::string_view, 12> kInlineFileDirectives = {
+    "ca",           "cert",           "key",        "dh",          "tls-auth", "tls-crypt",
+    "tls-crypt-v2", "auth-user-pass", "crl-verify", "extra-certs", "secret",   "pkcs12",
+};
+
+template <typename Table>
+bool Contains(const Table& table, std::string_view name) {
+  return std::ranges::find(table, name) != table.end();
 }
 
 using Complaint = std::optional<const char*>;
+using NameSet = std::set<std::string, std::less<>>;
+
+// Takes the first word off a text that begins with one, and the white space behind it.
+std::string_view TakeWord(std::string_view* text) {
+  const std::string_view word = text->substr(0, text->find_first_of(kWhitespace));
+  *text = Trim(text->substr(word.size()));
+  return word;
+}
 
 // Reads a profile once, top to bottom.
 class OpenVpnReader {
  public:
-  Complaint ReadLine(const std::string& line);
-  Complaint Finish() const;
+  [[nodiscard]] Complaint ReadLine(std::string_view line);
+  [[nodiscard]] Complaint Finish() const;
 
  private:
-  Complaint ReadTag(const std::string& loweredTag);
-  Complaint ReadDirective(const std::string& line);
-  void ReadDevice(const std::string& directive, const std::string& arguments);
-  bool EveryFileIsEmbedded() const;
+  [[nodiscard]] Complaint ReadTag(const std::string& loweredTag);
+  [[nodiscard]] Complaint ReadDirective(std::string_view line);
+  void ReadDevice(const std::string& directive, std::string_view arguments);
+  void ReadFileDirective(const std::string& directive, std::string_view arguments);
+  [[nodiscard]] bool EveryFileIsEmbedded() const;
 
   NameSet blocksSeen;
   // The closing tag that the open block waits for.
   std::optional<std::string> awaitedTag;
-  // Name and argument text of each file directive, in order.
-  std::vector<std::pair<std::string, std::string>> fileDirectives;
+  NameSet fileDirectives;
+  // Whether one of them has an argument of its own.
+  bool namesFile = false;
   bool clientMode = false;
   bool hasRemote = false;
   bool hasTun = false;
@@ -125,7 +132,7 @@ class OpenVpnReader {
   unsigned devices = 0;
 };
 
-Complaint OpenVpnReader::ReadLine(const std::string& line) {
+Complaint OpenVpnReader::ReadLine(std::string_view line) {
   if (awaitedTag) {
     if (LowercaseAscii(line) == *awaitedTag) {
       awaitedTag.reset();
@@ -146,7 +153,7 @@ Complaint OpenVpnReader::ReadTag(const std::string& loweredTag) {
     return kUnmatchedBlock;
   }
   const std::string name = loweredTag.substr(1, loweredTag.size() - 2);
-  if (!InlineFileDirectives().contains(name)) {
+  if (!Contains(kInlineFileDirectives, name)) {
     return kUnsupportedBlock;
   }
   blocksSeen.insert(name);
@@ -155,24 +162,21 @@ Complaint OpenVpnReader::ReadTag(const std::string& loweredTag) {
 }
 
 // An automatic way to authenticate, or none; a file with credentials is refused.
-bool ProxyNamesNoFile(const std::string& arguments) {
-  std::istringstream words(arguments);
-  std::string host;
-  std::string port;
-  std::string method;
-  words >> host >> port >> method;
-  method = LowercaseAscii(method);
+bool ProxyNamesNoFile(std::string_view arguments) {
+  // Host and port.
+  TakeWord(&arguments);
+  TakeWord(&arguments);
+  const std::string method = LowercaseAscii(TakeWord(&arguments));
   return method.empty() || method == "auto" || method == "auto-nct";
 }
 
-Complaint OpenVpnReader::ReadDirective(const std::string& line) {
-  const std::size_t end = line.find_first_of(kWhitespace);
-  std::string directive = LowercaseAscii(line.substr(0, end));
+Complaint OpenVpnReader::ReadDirective(std::string_view line) {
+  std::string directive = LowercaseAscii(TakeWord(&line));
+  const std::string_view arguments = line;
   if (directive.starts_with("--")) {
     directive.erase(0, 2);
   }
-  const std::string arguments = end == std::string::npos ? "" : Trim(line.substr(end));
-  if (ForbiddenDirectives().contains(directive)) {
+  if (Contains(kForbiddenDirectives, directive)) {
     return kForbidden;
   }
   if (directive == "http-proxy" && !ProxyNamesNoFile(arguments)) {
@@ -181,13 +185,11 @@ Complaint OpenVpnReader::ReadDirective(const std::string& line) {
   clientMode = clientMode || directive == "client";
   hasRemote = hasRemote || (directive == "remote" && !arguments.empty());
   ReadDevice(directive, arguments);
-  if (InlineFileDirectives().contains(directive)) {
-    fileDirectives.emplace_back(directive, arguments);
-  }
+  ReadFileDirective(directive, arguments);
   return {};
 }
 
-void OpenVpnReader::ReadDevice(const std::string& directive, const std::string& arguments) {
+void OpenVpnReader::ReadDevice(const std::string& directive, std::string_view arguments) {
   if (directive != "dev" && directive != "dev-type") {
     return;
   }
@@ -197,11 +199,16 @@ void OpenVpnReader::ReadDevice(const std::string& directive, const std::string& 
   hasTap = hasTap || device.starts_with("tap");
 }
 
+void OpenVpnReader::ReadFileDirective(const std::string& directive, std::string_view arguments) {
+  if (!Contains(kInlineFileDirectives, directive)) {
+    return;
+  }
+  fileDirectives.insert(directive);
+  namesFile = namesFile || (!arguments.empty() && arguments != "[inline]");
+}
+
 bool OpenVpnReader::EveryFileIsEmbedded() const {
-  return std::ranges::all_of(fileDirectives, [this](const auto& entry) {
-    const auto& [name, argument] = entry;
-    return (argument.empty() || argument == "[inline]") && blocksSeen.contains(name);
-  });
+  return !namesFile && std::ranges::includes(blocksSeen, fileDirectives);
 }
 
 Complaint OpenVpnReader::Finish() const {

@@ -13,9 +13,9 @@ namespace {
 constexpr std::size_t kLongestIdentifier = 256;
 constexpr std::size_t kLargestConfiguration = 2097152;
 
-constexpr char kBadIdentifier[] = "The profile identifier is invalid.";
-constexpr char kBadSize[] = "The VPN configuration is empty or too large.";
-constexpr char kUnknownProtocol[] =
+constexpr const char* kBadIdentifier = "The profile identifier is invalid.";
+constexpr const char* kBadSize = "The VPN configuration is empty or too large.";
+constexpr const char* kUnknownProtocol =
     "This Linux build does not recognize the selected VPN protocol.";
 
 bool IsControlByte(unsigned char byte) {

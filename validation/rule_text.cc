@@ -5,10 +5,16 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
 #include <utility>
 
 namespace quorvex::linux_service {
+namespace {
+
+bool IsSpace(char byte) {
+  return std::isspace(static_cast<unsigned char>(byte)) != 0;
+}
+
+}  // namespace
 
 ValidationResult Invalid(std::string message) {
   return {false, std::move(message)};
@@ -18,11 +24,14 @@ ValidationResult Valid() {
   return {true, {}};
 }
 
-std::string Trim(std::string_view text) {
-  const auto isSpace = [](unsigned char byte) { return std::isspace(byte) != 0; };
-  const auto first = std::ranges::find_if_not(text, isSpace);
-  const auto last = std::find_if_not(text.rbegin(), std::make_reverse_iterator(first), isSpace);
-  return {first, last.base()};
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && IsSpace(text.front())) {
+    text.remove_prefix(1);
+  }
+  while (!text.empty() && IsSpace(text.back())) {
+    text.remove_suffix(1);
+  }
+  return text;
 }
 
 std::string LowercaseAscii(std::string_view text) {
@@ -31,8 +40,8 @@ std::string LowercaseAscii(std::string_view text) {
   return result;
 }
 
-std::vector<std::string> SplitAtCommas(std::string_view text) {
-  std::vector<std::string> pieces;
+std::vector<std::string_view> SplitAtCommas(std::string_view text) {
+  std::vector<std::string_view> pieces;
   while (!text.empty()) {
     const std::size_t comma = text.find(',');
     pieces.push_back(Trim(text.substr(0, comma)));

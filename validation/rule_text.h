@@ -15,13 +15,14 @@ namespace quorvex::linux_service {
 [[nodiscard]] ValidationResult Invalid(std::string message);
 [[nodiscard]] ValidationResult Valid();
 
-// The text without leading and trailing white space, as the standard classification sees it.
-[[nodiscard]] std::string Trim(std::string_view text);
+// The part of `text` without leading and trailing white space, as the standard classification sees
+// it.
+[[nodiscard]] std::string_view Trim(std::string_view text);
 
 [[nodiscard]] std::string LowercaseAscii(std::string_view text);
 
-// The pieces between commas, each trimmed, empty ones included; none for an empty text.
-[[nodiscard]] std::vector<std::string> SplitAtCommas(std::string_view text);
+// The pieces of `text` between commas, each trimmed, empty ones included; none for an empty text.
+[[nodiscard]] std::vector<std::string_view> SplitAtCommas(std::string_view text);
 
 // Takes the next line, without its line feed, off `rest`, which must not be empty.
 [[nodiscard]] std::string_view TakeLine(std::string_view* rest);

@@ -12,23 +12,25 @@ namespace quorvex::linux_service {
 namespace {
 
 // The sentences, in checking order.
-constexpr char kExperimental[] =
+constexpr const char* kExperimental =
     "Sing-box experimental services are not permitted in VPN profiles.";
-constexpr char kLogFile[] = "Sing-box profiles may not write logs to files.";
-constexpr char kFileMember[] = "Sing-box profiles may not reference privileged certificate files.";
-constexpr char kExternalResource[] = "Sing-box profiles may not load external resources as root.";
-constexpr char kNoDns[] = "Sing-box profiles require app-owned remote DNS configuration.";
-constexpr char kNoDnsServer[] = "Sing-box profiles require at least one remote DNS server.";
-constexpr char kDnsNotStructured[] = "Sing-box DNS servers must use structured entries.";
-constexpr char kDnsIncomplete[] = "The Sing-box DNS server is incomplete.";
-constexpr char kDnsNotRemote[] = "Sing-box DNS must use a remote network server type.";
-constexpr char kNoInbound[] = "Sing-box profiles must contain a TUN inbound.";
-constexpr char kNotOneInbound[] =
+constexpr const char* kLogFile = "Sing-box profiles may not write logs to files.";
+constexpr const char* kFileMember =
+    "Sing-box profiles may not reference privileged certificate files.";
+constexpr const char* kExternalResource =
+    "Sing-box profiles may not load external resources as root.";
+constexpr const char* kNoDns = "Sing-box profiles require app-owned remote DNS configuration.";
+constexpr const char* kNoDnsServer = "Sing-box profiles require at least one remote DNS server.";
+constexpr const char* kDnsNotStructured = "Sing-box DNS servers must use structured entries.";
+constexpr const char* kDnsIncomplete = "The Sing-box DNS server is incomplete.";
+constexpr const char* kDnsNotRemote = "Sing-box DNS must use a remote network server type.";
+constexpr const char* kNoInbound = "Sing-box profiles must contain a TUN inbound.";
+constexpr const char* kNotOneInbound =
     "Sing-box profiles must contain exactly one app-owned TUN inbound.";
-constexpr char kBadInbound[] = "The Sing-box TUN inbound is invalid.";
-constexpr char kNoAutoRoute[] = "Sing-box profiles require an auto-route TUN inbound.";
-constexpr char kNoOutbound[] = "Sing-box profiles must contain at least one outbound.";
-constexpr char kNoProxy[] =
+constexpr const char* kBadInbound = "The Sing-box TUN inbound is invalid.";
+constexpr const char* kNoAutoRoute = "Sing-box profiles require an auto-route TUN inbound.";
+constexpr const char* kNoOutbound = "Sing-box profiles must contain at least one outbound.";
+constexpr const char* kNoProxy =
     "The Sing-box configuration does not contain a tagged proxy outbound matching the selected VPN "
     "protocol.";
 

@@ -17,20 +17,23 @@ namespace {
 constexpr unsigned kMaxDnsServers = 8;
 
 // The sentences, in the order in which a line meets their rules.
-constexpr char kPeerBeforeInterface[] = "WireGuard peers must follow the Interface section.";
-constexpr char kInterfaceMisplaced[] = "WireGuard profiles require one Interface before all peers.";
-constexpr char kInvalidLine[] = "The WireGuard configuration contains an invalid line.";
-constexpr char kEmptyValue[] = "WireGuard directive values may not be empty.";
-constexpr char kHook[] = "WireGuard hook and SaveConfig directives are not permitted.";
-constexpr char kInterfaceDirective[] = "The WireGuard Interface contains an unsupported directive.";
-constexpr char kDnsNotLiteral[] = "WireGuard DNS entries must be literal IPv4 or IPv6 addresses.";
-constexpr char kTooManyDns[] = "WireGuard profiles may contain at most eight DNS servers.";
-constexpr char kNoDns[] = "WireGuard requires at least one DNS address.";
-constexpr char kTableOff[] = "WireGuard Table=off is not allowed for a full VPN tunnel.";
-constexpr char kPeerDirective[] = "The WireGuard Peer contains an unsupported directive.";
-constexpr char kIncompletePeer[] =
+constexpr const char* kPeerBeforeInterface = "WireGuard peers must follow the Interface section.";
+constexpr const char* kInterfaceMisplaced =
+    "WireGuard profiles require one Interface before all peers.";
+constexpr const char* kInvalidLine = "The WireGuard configuration contains an invalid line.";
+constexpr const char* kEmptyValue = "WireGuard directive values may not be empty.";
+constexpr const char* kHook = "WireGuard hook and SaveConfig directives are not permitted.";
+constexpr const char* kInterfaceDirective =
+    "The WireGuard Interface contains an unsupported directive.";
+constexpr const char* kDnsNotLiteral =
+    "WireGuard DNS entries must be literal IPv4 or IPv6 addresses.";
+constexpr const char* kTooManyDns = "WireGuard profiles may contain at most eight DNS servers.";
+constexpr const char* kNoDns = "WireGuard requires at least one DNS address.";
+constexpr const char* kTableOff = "WireGuard Table=off is not allowed for a full VPN tunnel.";
+constexpr const char* kPeerDirective = "The WireGuard Peer contains an unsupported directive.";
+constexpr const char* kIncompletePeer =
     "Every WireGuard peer requires PublicKey, Endpoint, and AllowedIPs.";
-constexpr char kIncompleteProfile[] =
+constexpr const char* kIncompleteProfile =
     "WireGuard profiles require Interface PrivateKey, Address, DNS, a complete Peer, and a default "
     "AllowedIPs route.";
 
@@ -78,7 +81,8 @@ bool Contains(const Table& table, std::string_view key) {
   return std::ranges::find(table, key) != table.end();
 }
 
-bool IsLiteralAddress(const std::string& text) {
+bool IsLiteralAddress(std::string_view entry) {
+  const std::string text(entry);
   in6_addr address = {};
   return inet_pton(AF_INET, text.c_str(), &address) == 1 ||
          inet_pton(AF_INET6, text.c_str(), &address) == 1;
@@ -87,20 +91,20 @@ bool IsLiteralAddress(const std::string& text) {
 // Reads a profile once, top to bottom.
 class WireGuardReader {
  public:
-  Complaint ReadLine(const std::string& line);
-  Complaint Finish() const;
+  [[nodiscard]] Complaint ReadLine(std::string_view line);
+  [[nodiscard]] Complaint Finish() const;
 
  private:
   enum class Section { kNone, kInterface, kPeer };
 
-  Complaint OpenPeer();
-  Complaint OpenInterface();
-  Complaint ReadDirective(const std::string& key, const std::string& value);
-  Complaint ReadInterfaceDirective(const std::string& key, const std::string& value);
-  Complaint ReadPeerDirective(const std::string& key, const std::string& value);
-  Complaint ReadDns(const std::string& value);
-  void ReadAllowedIps(const std::string& value);
-  Complaint ClosePeer() const;
+  [[nodiscard]] Complaint OpenPeer();
+  [[nodiscard]] Complaint OpenInterface();
+  [[nodiscard]] Complaint ReadDirective(std::string_view key, std::string_view value);
+  [[nodiscard]] Complaint ReadInterfaceDirective(std::string_view key, std::string_view value);
+  [[nodiscard]] Complaint ReadPeerDirective(std::string_view key, std::string_view value);
+  [[nodiscard]] Complaint ReadDns(std::string_view value);
+  void ReadAllowedIps(std::string_view value);
+  [[nodiscard]] Complaint ClosePeer() const;
 
   Section section = Section::kNone;
   bool interfaceSeen = false;
@@ -117,7 +121,7 @@ class WireGuardReader {
   unsigned dnsCount = 0;
 };
 
-Complaint WireGuardReader::ReadLine(const std::string& line) {
+Complaint WireGuardReader::ReadLine(std::string_view line) {
   const std::string lowered = LowercaseAscii(line);
   if (lowered == "[peer]") {
     return OpenPeer();
@@ -126,7 +130,7 @@ Complaint WireGuardReader::ReadLine(const std::string& line) {
     return OpenInterface();
   }
   const std::size_t equals = line.find('=');
-  if (equals == std::string::npos || section == Section::kNone) {
+  if (equals == std::string_view::npos || section == Section::kNone) {
     return kInvalidLine;
   }
   return ReadDirective(LowercaseAscii(Trim(line.substr(0, equals))), Trim(line.substr(equals + 1)));
@@ -154,7 +158,7 @@ Complaint WireGuardReader::OpenInterface() {
   return {};
 }
 
-Complaint WireGuardReader::ReadDirective(const std::string& key, const std::string& value) {
+Complaint WireGuardReader::ReadDirective(std::string_view key, std::string_view value) {
   if (value.empty()) {
     return kEmptyValue;
   }
@@ -165,8 +169,7 @@ Complaint WireGuardReader::ReadDirective(const std::string& key, const std::stri
                                         : ReadPeerDirective(key, value);
 }
 
-Complaint WireGuardReader::ReadInterfaceDirective(const std::string& key,
-                                                  const std::string& value) {
+Complaint WireGuardReader::ReadInterfaceDirective(std::string_view key, std::string_view value) {
   if (key == "privatekey") {
     hasPrivateKey = true;
   } else if (key == "address") {
@@ -181,9 +184,9 @@ Complaint WireGuardReader::ReadInterfaceDirective(const std::string& key,
   return {};
 }
 
-Complaint WireGuardReader::ReadDns(const std::string& value) {
-  const std::vector<std::string> entries = SplitAtCommas(value);
-  for (const std::string& entry : entries) {
+Complaint WireGuardReader::ReadDns(std::string_view value) {
+  const std::vector<std::string_view> entries = SplitAtCommas(value);
+  for (const std::string_view entry : entries) {
     if (!IsLiteralAddress(entry)) {
       return kDnsNotLiteral;
     }
@@ -198,7 +201,7 @@ Complaint WireGuardReader::ReadDns(const std::string& value) {
   return {};
 }
 
-Complaint WireGuardReader::ReadPeerDirective(const std::string& key, const std::string& value) {
+Complaint WireGuardReader::ReadPeerDirective(std::string_view key, std::string_view value) {
   if (key == "publickey") {
     peerHasPublicKey = true;
   } else if (key == "endpoint") {
@@ -211,9 +214,9 @@ Complaint WireGuardReader::ReadPeerDirective(const std::string& key, const std::
   return {};
 }
 
-void WireGuardReader::ReadAllowedIps(const std::string& value) {
+void WireGuardReader::ReadAllowedIps(std::string_view value) {
   peerHasAllowedIps = true;
-  for (const std::string& entry : SplitAtCommas(value)) {
+  for (const std::string_view entry : SplitAtCommas(value)) {
     hasDefaultRoute = hasDefaultRoute || entry == "0.0.0.0/0" || entry == "::/0";
   }
 }
@@ -241,14 +244,15 @@ ValidationResult Verdict(const Complaint& complaint) {
 }
 
 // Looser than the rules' own headers, because it only reads validated text.
-bool IsInterfaceHeader(const std::string& line) {
+bool IsInterfaceHeader(std::string_view line) {
   const std::size_t end = line.find(']');
-  return end != std::string::npos && LowercaseAscii(Trim(line.substr(1, end - 1))) == "interface";
+  return end != std::string_view::npos &&
+         LowercaseAscii(Trim(line.substr(1, end - 1))) == "interface";
 }
 
-bool HasAmneziaKey(const std::string& line) {
+bool HasAmneziaKey(std::string_view line) {
   const std::size_t equals = line.find('=');
-  return equals != std::string::npos &&
+  return equals != std::string_view::npos &&
          IsAmneziaInterfaceKey(LowercaseAscii(Trim(line.substr(0, equals))));
 }
 
@@ -261,7 +265,7 @@ bool IsAmneziaInterfaceKey(std::string_view key) {
 ValidationResult ValidateWireGuard(const std::string& rawConfig) {
   WireGuardReader reader;
   for (std::string_view rest = rawConfig; !rest.empty();) {
-    const std::string line = Trim(TakeLine(&rest));
+    const std::string_view line = Trim(TakeLine(&rest));
     if (IsBlankOrComment(line)) {
       continue;
     }
@@ -275,7 +279,7 @@ ValidationResult ValidateWireGuard(const std::string& rawConfig) {
 bool WireGuardConfigRequiresAmnezia(const std::string& rawConfig) {
   bool inInterface = false;
   for (std::string_view rest = rawConfig; !rest.empty();) {
-    const std::string line = Trim(TakeLine(&rest));
+    const std::string_view line = Trim(TakeLine(&rest));
     if (IsBlankOrComment(line)) {
       continue;
     }

@@ -12,15 +12,16 @@ namespace quorvex::linux_service {
 namespace {
 
 // The sentences, in checking order.
-constexpr char kApi[] = "Xray API listeners are not permitted in VPN profiles.";
-constexpr char kLogFile[] = "Xray profiles may not write logs to files.";
-constexpr char kFileMember[] = "Xray profiles may not reference privileged certificate files.";
-constexpr char kExternalResource[] = "Xray profiles may not load external resources as root.";
-constexpr char kNoInbound[] = "Xray profiles must contain a TUN inbound.";
-constexpr char kNotOneInbound[] = "Xray profiles must contain exactly one app-owned TUN inbound.";
-constexpr char kNotTun[] = "The Xray inbound must use the TUN protocol.";
-constexpr char kNoOutbound[] = "Xray profiles must contain at least one outbound.";
-constexpr char kNoProxy[] = "Xray profiles require a tagged proxy outbound.";
+constexpr const char* kApi = "Xray API listeners are not permitted in VPN profiles.";
+constexpr const char* kLogFile = "Xray profiles may not write logs to files.";
+constexpr const char* kFileMember = "Xray profiles may not reference privileged certificate files.";
+constexpr const char* kExternalResource = "Xray profiles may not load external resources as root.";
+constexpr const char* kNoInbound = "Xray profiles must contain a TUN inbound.";
+constexpr const char* kNotOneInbound =
+    "Xray profiles must contain exactly one app-owned TUN inbound.";
+constexpr const char* kNotTun = "The Xray inbound must use the TUN protocol.";
+constexpr const char* kNoOutbound = "Xray profiles must contain at least one outbound.";
+constexpr const char* kNoProxy = "Xray profiles require a tagged proxy outbound.";
 
 constexpr std::array<std::string_view, 3> kNeverAProxy = {"freedom", "blackhole", "dns"};
 

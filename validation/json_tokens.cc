@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "validation/json_tokens.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+
+namespace quorvex::linux_service {
+namespace {
+
+constexpr char kComment = '/';
+// The minus sign is a token of its own that says nothing about a text's shape.
+constexpr std::string_view kIdle = " \t\r\n-";
+constexpr std::string_view kWordEnds = " \t\r\n\"'/{}[]:,=";
+
+struct Symbol {
+  char byte;
+  JsonTokenKind kind;
+};
+
+constexpr std::array kSymbols = {
+    Symbol{'{', JsonTokenKind::kOpenObject}, Symbol{'}', JsonTokenKind::kCloseObject},
+    Symbol{'[', JsonTokenKind::kOpenArray},  Symbol{']', JsonTokenKind::kCloseArray},
+    Symbol{':', JsonTokenKind::kColon},      Symbol{',', JsonTokenKind::kComma},
+    Symbol{'=', JsonTokenKind::kAssign},
+};
+
+// The first of `stops` in `text`, or the text's end.
+std::size_t FindOrEnd(std::string_view text, std::string_view stops) {
+  return std::min(text.find_first_of(stops), text.size());
+}
+
+// Takes the next byte off `rest`; at the end it is NUL, which no text holds.
+char TakeByte(std::string_view* rest) {
+  if (rest->empty()) {
+    return '\0';
+  }
+  const char byte = rest->front();
+  rest->remove_prefix(1);
+  return byte;
+}
+
+// Up to four hexadecimal digits. A byte that is none is taken too and ends the number, which then
+// lacks its last digits.
+std::uint32_t TakeCodeUnit(std::string_view* rest) {
+  std::uint32_t unit = 0;
+  for (unsigned shift = 16; shift > 0;) {
+    shift -= 4;
+    const int digit = g_ascii_xdigit_value(TakeByte(rest));
+    if (digit < 0) {
+      break;
+    }
+    unit |= static_cast<std::uint32_t>(digit) << shift;
+  }
+  return unit;
+}
+
+bool IsSurrogate(std::uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDFFF;
+}
+
+// Takes the "\u" of a pair's second half, or the byte or two that show that there is none.
+bool TakeUnicodeMark(std::string_view* rest) {
+  if (TakeByte(rest) != '\\') {
+    return false;
+  }
+  return TakeByte(rest) == 'u';
+}
+
+// What a surrogate stands for: with a second one behind it for a character, unless they do not fit;
+// alone for itself.
+std::optional<std::uint32_t> CompletePair(std::uint32_t first, std::string_view* rest) {
+  if (!TakeUnicodeMark(rest)) {
+    return first;
+  }
+  const std::uint32_t second = TakeCodeUnit(rest);
+  if (first >= 0xDC00 || second < 0xDC00 || second > 0xDFFF) {
+    return std::nullopt;
+  }
+  return 0x10000 + ((first & 0x3FF) << 10) + (second & 0x3FF);
+}
+
+// What follows "\u"; without a digit the escape stands for nothing.
+bool AppendUnicodeEscape(std::string_view* rest, std::string* text) {
+  if (rest->empty() || !g_ascii_isxdigit(rest->front())) {
+    return true;
+  }
+  std::optional<std::uint32_t> character = TakeCodeUnit(rest);
+  if (IsSurrogate(*character)) {
+    character = CompletePair(*character, rest);
+  }
+  if (!character) {
+    return false;
+  }
+  std::array<char, 6> bytes = {};
+  const int length = g_unichar_to_utf8(*character, bytes.data());
+  text->append(bytes.data(), static_cast<std::size_t>(length));
+  return true;
+}
+
+bool IsOctal(char byte) {
+  return byte >= '0' && byte <= '7';
+}
+
+// One to three digits, the first of which is there.
+void AppendOctalEscape(std::string_view* rest, std::string* text) {
+  constexpr int kMostDigits = 3;
+  unsigned value = 0;
+  for (int digit = 0; digit < kMostDigits && !rest->empty() && IsOctal(rest->front()); ++digit) {
+    value = value * 8 + static_cast<unsigned>(g_ascii_digit_value(TakeByte(rest)));
+  }
+  text->push_back(static_cast<char>(value));
+}
+
+// What follows a backslash. False where the scanner gives up.
+bool AppendEscape(std::string_view* rest, std::string* text) {
+  constexpr std::string_view kLetters = "bfnrt";
+  constexpr std::string_view kMeanings = "\b\f\n\r\t";
+  if (!rest->empty() && IsOctal(rest->front())) {
+    AppendOctalEscape(rest, text);
+    return true;
+  }
+  const char letter = TakeByte(rest);
+  if (letter == 'u') {
+    return AppendUnicodeEscape(rest, text);
+  }
+  const std::size_t known = kLetters.find(letter);
+  text->push_back(known == std::string_view::npos ? letter : kMeanings[known]);
+  return true;
+}
+
+}  // namespace
+
+JsonToken JsonTokenReader::Next() {
+  if (!SkipIdleText()) {
+    return {JsonTokenKind::kBroken, {}};
+  }
+  if (rest.empty()) {
+    return {};
+  }
+  const char first = rest.front();
+  if (first == '"' || first == '\'') {
+    return TakeString(first);
+  }
+  if (const auto* symbol = std::ranges::find(kSymbols, first, &Symbol::byte);
+      symbol != kSymbols.end()) {
+    rest.remove_prefix(1);
+    return {symbol->kind, {}};
+  }
+  const std::string_view word = rest.substr(0, FindOrEnd(rest, kWordEnds));
+  rest.remove_prefix(word.size());
+  return {JsonTokenKind::kWord, std::string(word)};
+}
+
+// Blanks and comments; a comment runs from one slash to the next, whatever stands between them.
+// False when a comment has no end.
+bool JsonTokenReader::SkipIdleText() {
+  for (;;) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(kIdle), rest.size()));
+    if (rest.empty() || rest.front() != kComment) {
+      return true;
+    }
+    const std::size_t end = rest.find(kComment, 1);
+    if (end == std::string_view::npos) {
+      return false;
+    }
+    rest.remove_prefix(end + 1);
+  }
+}
+
+// Only double quotes know escapes.
+JsonToken JsonTokenReader::TakeString(char quote) {
+  const std::string_view stops = quote == '"' ? "\"\\" : "'";
+  std::string text;
+  rest.remove_prefix(1);
+  for (;;) {
+    const std::size_t end = FindOrEnd(rest, stops);
+    text.append(rest.substr(0, end));
+    rest.remove_prefix(end);
+    const char stop = TakeByte(&rest);
+    if (stop == quote) {
+      return {JsonTokenKind::kString, text.substr(0, text.find('\0'))};
+    }
+    if (stop == '\0' || !AppendEscape(&rest, &text)) {
+      return {JsonTokenKind::kBroken, {}};
+    }
+  }
+}
+
+}  // namespace quorvex::linux_service

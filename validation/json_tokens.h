@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Cuts a JSON text into tokens exactly where json-glib's scanner does, which is not where the
+// standard says: it knows comments and single quotes, and a broken escape swallows a quote.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace quorvex::linux_service {
+
+enum class JsonTokenKind : char {
+  kEnd,
+  // The scanner gives up here: a string or a comment without its end, a broken surrogate pair.
+  kBroken,
+  kString,
+  // A number, a name, or anything else that stands for itself.
+  kWord,
+  kOpenObject,
+  kCloseObject,
+  kOpenArray,
+  kCloseArray,
+  kColon,
+  kComma,
+  kAssign,
+};
+
+struct JsonToken {
+  JsonTokenKind kind = JsonTokenKind::kEnd;
+  // A word as it is written; what a string says, cut at its first NUL as json-glib cuts it.
+  std::string text;
+};
+
+// Reads `json`, which must outlive the reader, from front to back.
+class JsonTokenReader {
+ public:
+  explicit JsonTokenReader(std::string_view json) : rest(json) {}
+
+  // The next token; kEnd for ever once the text is used up. Nothing is defined behind kBroken.
+  [[nodiscard]] JsonToken Next();
+
+ private:
+  bool SkipIdleText();
+  JsonToken TakeString(char quote);
+
+  std::string_view rest;
+};
+
+}  // namespace quorvex::linux_service
