@@ -64,6 +64,8 @@ def test_the_user_is_asked_for_the_one_action_in_the_policy_s_words(front, metho
     action, message, _, administrators = desktop.wait_asked()
     assert (action, message) == ("org.quorvexvpn.manage", "Authentication is required to manage VPN connections")
     assert administrators == ROOT
+    desktop.close_dialog()
+    desktop.wait_end()
     assert front.commands() == []
 
 

@@ -8,6 +8,7 @@ import pytest
 from front_steps import (
     BRING_UP, CLEAR_GROUND, DOWN, DOWN_FAILED, KILL_SWITCH_FAILED, LAST_STOPS, REMOVE_KILL_SWITCH, REVERT_DNS,
     STARTED, TAKE_DOWN, OwnerLog, snapshot_signal)
+from quorvex_world import BUS_NAME
 
 pytestmark = pytest.mark.bus
 
@@ -91,10 +92,11 @@ def pending_signals(service) -> int:
 
 
 def test_a_hangup_keeps_its_default_action(front):
-    service = front.start()
+    # A test run under nohup passes its ignored SIGHUP on.
+    service = front.start(wrapper=["/usr/bin/env", "--default-signal=HUP"])
     service.signal(signal.SIGHUP)
     assert service.wait() == -signal.SIGHUP
-    front.world.wait(lambda: not front.alice.owners["org.quorvexvpn.Service1"], what="the end of the name")
+    front.world.wait(lambda: not front.alice.owners[BUS_NAME], what="the end of the name")
     assert front.heard() == []
     assert front.commands() == []
 

@@ -91,6 +91,14 @@ def test_the_tools_are_no_matter_for_availability(flow):
     assert flow.connect()["stage"] == "connected"
 
 
+def test_a_shutdown_takes_an_amnezia_tunnel_down_by_awg_quick(flow, awg_quick):
+    service = flow.start()
+    flow.connected(AMNEZIA_PROFILE)
+    assert service.stop() == 0
+    assert flow.commands() == [REMOVE_KILL_SWITCH, *AWG_TAKE_DOWN, REMOVE_KILL_SWITCH]
+    assert flow.files() == []
+
+
 def test_a_plain_profile_after_an_amnezia_one_is_plain_again(flow, awg_quick):
     flow.start()
     flow.connected(AMNEZIA_PROFILE)

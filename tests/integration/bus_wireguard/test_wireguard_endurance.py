@@ -4,7 +4,6 @@
 import pytest
 
 from quorvex_world.procfs import status_fields
-from quorvex_world.service import is_sanitized
 from wireguard_flow import BRING_UP, CLEAR_GROUND, PROFILE, REMOVE_KILL_SWITCH, STOP_TUNNEL, failure
 
 pytestmark = [pytest.mark.bus, pytest.mark.slow]
@@ -35,8 +34,7 @@ def rounds(flow, run_one) -> None:
     assert after["threads"] == before["threads"]
     assert after["descriptors"] == before["descriptors"]
     assert service.children() == []
-    # Sanitizers keep freed memory on purpose.
-    if not is_sanitized(flow.world.executable):
+    if not flow.keeps_freed_memory():
         assert after["memory"] - before["memory"] <= MEMORY_SLACK_KIB
 
 

@@ -97,9 +97,9 @@ def mount_directory(flow, options: str) -> None:
 def test_a_full_file_system_leaves_no_partial_file(flow):
     mount_directory(flow, "size=4096")
     flow.start()
-    assert flow.connect(LONG_PROFILE) == failure(WRITE_FILE + "No space left on device")
+    assert flow.connect_without_recovery(LONG_PROFILE) == []
+    assert flow.settled("error") == failure(WRITE_FILE + "No space left on device")
     assert flow.commands() == CLEAR_GROUND + CLEAR_GROUND
-    assert flow.files() == []
     assert not flow.repair_required()
     # The page is free again.
     assert flow.connect()["stage"] == "connected"
@@ -146,17 +146,16 @@ def test_an_older_file_is_replaced_and_tightened(flow):
 ])
 def test_each_step_of_writing_has_its_own_sentence(flow, path, fault, sentence):
     flow.start(**straced(path, inject=fault))
-    assert flow.connect() == failure(sentence)
+    assert flow.connect_without_recovery() == []
+    assert flow.settled("error") == failure(sentence)
     assert flow.commands() == CLEAR_GROUND + CLEAR_GROUND
-    assert flow.files() == []
 
 
 def test_a_write_of_nothing_is_a_failure(flow):
     flow.start(**straced(CONFIG, inject="write:retval=0"))
-    snapshot = flow.connect()
+    assert flow.connect_without_recovery() == []
     # Such a call sets no error, so the text after the colon is that of whatever failed last.
-    assert snapshot["lastError"].startswith(WRITE_FILE)
-    assert flow.files() == []
+    assert flow.settled("error")["lastError"].startswith(WRITE_FILE)
 
 
 def test_what_could_not_be_opened_is_not_unlinked(flow):

@@ -80,6 +80,14 @@ def test_each_file_of_another_engine_is_wiped_at_the_start(flow, path):
     assert flow.world.path("/run/second-name").read_bytes() == b"\0" * 7
 
 
+def test_a_leftover_tunnel_goes_down_before_a_connect(flow):
+    flow.start()
+    flow.add_interface()
+    flow.put_private(CONFIG)
+    assert flow.connect()["stage"] == "connected"
+    assert flow.commands() == STOP_TUNNEL + [REVERT_OPENVPN_DNS] + BRING_UP
+
+
 def test_all_files_are_wiped_before_a_connect(flow):
     flow.start()
     for path in (CONFIG, *OTHER_FILES):

@@ -145,6 +145,8 @@ def test_the_memory_of_the_service_keeps_no_key(flow, fault):
     """The kill switch still needs the text while `up` runs, so a good search finds it then."""
     gate = flow.wg_quick.gate("up")
     service = flow.start()
+    if flow.keeps_freed_memory():
+        pytest.skip("sanitizers keep freed memory on purpose")
     if fault:
         FAULTS[fault](flow)
     flow.begin_connect(TEXT)

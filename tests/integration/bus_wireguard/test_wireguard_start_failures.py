@@ -8,7 +8,7 @@ import pytest
 from wireguard_flow import (
     ADD_INTERFACE, ADD_TUNNEL, ADMINISTRATOR_REPAIR, AMNEZIA_PROFILE, APPLY_DNS, BRING_UP,
     CLEAR_GROUND, DIRECTORY, IPV4_ROUTES, IPV6_ROUTES, KILL_SWITCH_FAILED, NOT_CLEANED_UP, PROFILE,
-    REMOVE_KILL_SWITCH, STOP_TUNNEL, TAKE_DOWN, UP, failure, Hold)
+    REMOVE_KILL_SWITCH, STOP_TUNNEL, TAKE_DOWN, UP, failure)
 
 pytestmark = pytest.mark.bus
 
@@ -46,6 +46,15 @@ def test_a_failing_up_that_left_an_interface_is_taken_down(flow):
     expect_clean(flow)
 
 
+def test_a_disconnect_after_a_failed_connect_finds_nothing_to_take_down(flow):
+    flow.wg_quick.on("up", shell=ADD_INTERFACE, exit_status=1)
+    flow.start()
+    flow.connect()
+    flow.commands()
+    assert flow.disconnect() == {"stage": "disconnected"}
+    assert flow.commands() == [REMOVE_KILL_SWITCH]
+
+
 def test_an_up_without_an_interface_is_a_failure(flow):
     flow.wg_quick.on("up")
     flow.start()
@@ -79,12 +88,8 @@ def test_a_tunnel_whose_dns_cannot_be_set_is_taken_down(flow):
 def test_the_file_is_gone_before_the_recovery_begins(flow, config, up):
     flow.wg_quick.on("up", **up)
     flow.start()
-    hold = Hold(flow, "nft", number=2)
-    flow.begin_connect(config)
-    hold.wait()
+    assert flow.connect_without_recovery(config) == []
     assert flow.world.path(DIRECTORY).exists()
-    assert flow.files() == []
-    hold.release()
     flow.settled("error")
 
 

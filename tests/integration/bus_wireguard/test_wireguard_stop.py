@@ -178,6 +178,29 @@ def test_a_failing_stop_at_shutdown_is_published_and_makes_the_exit_status_one(f
     assert flow.files() == ["quorvexvpn.conf"]
 
 
+def test_the_end_of_the_bus_takes_the_tunnel_down(flow):
+    service = flow.start()
+    flow.connected()
+    flow.world.kill_bus()
+    assert service.wait() == 1
+    assert flow.commands() == STOP_TUNNEL + [REMOVE_KILL_SWITCH]
+    assert flow.files() == []
+    assert not flow.interface_exists()
+
+
+def test_a_second_disconnect_folds_into_the_first(flow):
+    flow.start()
+    flow.connected()
+    gate = flow.wg_quick.gate("down")
+    flow.begin_disconnect()
+    flow.world.wait_call("wg-quick", "down")
+    flow.alice.call("Disconnect")
+    gate.open()
+    assert flow.settled("disconnected") == {"stage": "disconnected"}
+    assert flow.commands() == STOP_TUNNEL
+    assert flow.stages() == ["disconnecting", "disconnected"]
+
+
 def test_the_dns_helper_is_asked_before_the_tunnel_goes(flow):
     flow.start()
     flow.connected()
