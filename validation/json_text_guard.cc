@@ -3,7 +3,7 @@
 
 #include <glib.h>
 
-#include <algorithm>
+#include <array>
 #include <map>
 #include <optional>
 #include <string>
@@ -63,6 +63,7 @@ class JsonTextReader {
     kRoot,
     kVariable,
     kAssign,
+    kAssigned,
     kNameOrEnd,
     kName,
     kColon,
@@ -72,9 +73,9 @@ class JsonTextReader {
   };
 
   // Each is false where the text is malformed.
-  [[nodiscard]] bool Accept(JsonToken token);
-  [[nodiscard]] bool AcceptString(std::string text);
-  [[nodiscard]] bool AcceptWord(std::string_view word);
+  [[nodiscard]] bool Accept(JsonTokenKind token);
+  [[nodiscard]] bool AcceptString();
+  [[nodiscard]] bool AcceptWord();
   [[nodiscard]] bool AcceptScalar();
   [[nodiscard]] bool AcceptComma();
   [[nodiscard]] bool AcceptColon();
@@ -84,7 +85,7 @@ class JsonTextReader {
 
   [[nodiscard]] bool ExpectsValue() const;
   void BeginValue(bool isObject);
-  void BeginMember(std::string name);
+  void BeginMember();
   void EndValue(std::uint64_t nodes);
   void GiveUp();
 
@@ -92,7 +93,7 @@ class JsonTextReader {
   JsonTextLimits limits;
   Expected expected = Expected::kRoot;
   // Whether each open container is an object, outermost first.
-  std::vector<bool> open;
+  std::vector<char> open;
   // The same containers in detail; empty for good once a limit is exceeded beyond remedy.
   std::vector<Container> containers;
   bool hopeless = false;
@@ -103,9 +104,9 @@ class JsonTextReader {
 };
 
 JsonTextVerdict JsonTextReader::Read() {
-  JsonToken token = tokens.Next();
-  for (; token.kind != JsonTokenKind::kEnd; token = tokens.Next()) {
-    if (!Accept(std::move(token))) {
+  JsonTokenKind token = tokens.Next();
+  for (; token != JsonTokenKind::kEnd; token = tokens.Next()) {
+    if (!Accept(token)) {
       return JsonTextVerdict::kMalformed;
     }
   }
@@ -119,18 +120,18 @@ JsonTextVerdict JsonTextReader::Read() {
                                       : JsonTextVerdict::kNotAnObject;
 }
 
-bool JsonTextReader::Accept(JsonToken token) {
-  switch (token.kind) {
+bool JsonTextReader::Accept(JsonTokenKind token) {
+  switch (token) {
     case JsonTokenKind::kString:
-      return AcceptString(std::move(token.text));
+      return AcceptString();
     case JsonTokenKind::kWord:
-      return AcceptWord(token.text);
+      return AcceptWord();
     case JsonTokenKind::kOpenObject:
     case JsonTokenKind::kOpenArray:
-      return Open(token.kind == JsonTokenKind::kOpenObject);
+      return Open(token == JsonTokenKind::kOpenObject);
     case JsonTokenKind::kCloseObject:
     case JsonTokenKind::kCloseArray:
-      return Close(token.kind == JsonTokenKind::kCloseObject);
+      return Close(token == JsonTokenKind::kCloseObject);
     case JsonTokenKind::kColon:
       return AcceptColon();
     case JsonTokenKind::kComma:
@@ -144,17 +145,18 @@ bool JsonTextReader::Accept(JsonToken token) {
   return false;
 }
 
-bool JsonTextReader::AcceptString(std::string text) {
+bool JsonTextReader::AcceptString() {
   if (expected != Expected::kName && expected != Expected::kNameOrEnd) {
     return AcceptScalar();
   }
-  BeginMember(std::move(text));
+  BeginMember();
   expected = Expected::kColon;
   return true;
 }
 
-bool JsonTextReader::AcceptWord(std::string_view word) {
-  if (expected == Expected::kRoot && word == kVariableKeyword) {
+bool JsonTextReader::AcceptWord() {
+  const bool outside = expected == Expected::kRoot || expected == Expected::kAssigned;
+  if (outside && tokens.Text() == kVariableKeyword) {
     expected = Expected::kVariable;
     return true;
   }
@@ -178,7 +180,7 @@ bool JsonTextReader::AcceptComma() {
   if (expected != Expected::kCommaOrEnd) {
     return false;
   }
-  expected = open.back() ? Expected::kName : Expected::kValue;
+  expected = open.back() != 0 ? Expected::kName : Expected::kValue;
   return true;
 }
 
@@ -198,7 +200,7 @@ bool JsonTextReader::AcceptAssignment() {
   if (++assignments > limits.depth) {
     GiveUp();
   }
-  expected = Expected::kRoot;
+  expected = Expected::kAssigned;
   return true;
 }
 
@@ -207,7 +209,7 @@ bool JsonTextReader::Open(bool isObject) {
     return false;
   }
   BeginValue(isObject);
-  open.push_back(isObject);
+  open.push_back(isObject ? 1 : 0);
   expected = isObject ? Expected::kNameOrEnd : Expected::kValueOrEnd;
   if (open.size() > limits.depth) {
     GiveUp();
@@ -219,7 +221,8 @@ bool JsonTextReader::Open(bool isObject) {
 
 bool JsonTextReader::Close(bool isObject) {
   const bool isEmpty = expected == (isObject ? Expected::kNameOrEnd : Expected::kValueOrEnd);
-  if (open.empty() || open.back() != isObject || (!isEmpty && expected != Expected::kCommaOrEnd)) {
+  if (open.empty() || (open.back() != 0) != isObject ||
+      (!isEmpty && expected != Expected::kCommaOrEnd)) {
     return false;
   }
   open.pop_back();
@@ -240,16 +243,16 @@ void JsonTextReader::BeginValue(bool isObject) {
 }
 
 bool JsonTextReader::ExpectsValue() const {
-  return expected == Expected::kRoot || expected == Expected::kValue ||
-         expected == Expected::kValueOrEnd;
+  return expected == Expected::kRoot || expected == Expected::kAssigned ||
+         expected == Expected::kValue || expected == Expected::kValueOrEnd;
 }
 
-void JsonTextReader::BeginMember(std::string name) {
+void JsonTextReader::BeginMember() {
   if (hopeless) {
     return;
   }
   Container& object = containers.back();
-  object.current = TouchMember(std::move(name), &object, &memberSteps);
+  object.current = TouchMember(std::string(tokens.Text()), &object, &memberSteps);
   if (memberSteps > limits.memberSteps) {
     GiveUp();
   }
@@ -278,19 +281,30 @@ void JsonTextReader::GiveUp() {
   containers.clear();
 }
 
+// How often each byte occurs in a text.
+class ByteCounts {
+ public:
+  explicit ByteCounts(std::string_view text) {
+    for (const char byte : text) {
+      ++counts[static_cast<unsigned char>(byte)];
+    }
+  }
+  [[nodiscard]] std::uint64_t Of(unsigned char byte) const { return counts[byte]; }
+
+ private:
+  std::array<std::uint64_t, 256> counts = {};
+};
+
 // True for nearly every profile: no way to read so few symbols exceeds a limit.
 bool HasFewSymbols(std::string_view text, const JsonTextLimits& limits) {
-  const auto count = [text](char symbol) {
-    return static_cast<std::uint64_t>(std::ranges::count(text, symbol));
-  };
-  const std::uint64_t opened = count('[') + count('{');
-  const std::uint64_t members = count(':');
-  const std::uint64_t assignments = count('=');
-  // Every value but a root follows an opening bracket or a comma; a root that is no container
-  // follows an assignment, or is the last.
-  return opened + assignments <= limits.depth &&
-         opened + count(',') + assignments + 1 <= limits.nodes &&
-         members * members <= limits.memberSteps;
+  const ByteCounts counts(text);
+  const std::uint64_t opened = counts.Of('[') + counts.Of('{');
+  const std::uint64_t assigned = counts.Of('=');
+  // Every value follows an opening bracket, a comma or an assignment, or it is a root: the first of
+  // all or a bracket itself.
+  return opened + assigned <= limits.depth &&
+         2 * opened + counts.Of(',') + assigned + 1 <= limits.nodes &&
+         counts.Of(':') * counts.Of(':') <= limits.memberSteps;
 }
 
 }  // namespace

@@ -16,17 +16,27 @@ constexpr char kComment = '/';
 constexpr std::string_view kIdle = " \t\r\n-";
 constexpr std::string_view kWordEnds = " \t\r\n\"'/{}[]:,=";
 
-struct Symbol {
-  char byte;
-  JsonTokenKind kind;
-};
-
-constexpr std::array kSymbols = {
-    Symbol{'{', JsonTokenKind::kOpenObject}, Symbol{'}', JsonTokenKind::kCloseObject},
-    Symbol{'[', JsonTokenKind::kOpenArray},  Symbol{']', JsonTokenKind::kCloseArray},
-    Symbol{':', JsonTokenKind::kColon},      Symbol{',', JsonTokenKind::kComma},
-    Symbol{'=', JsonTokenKind::kAssign},
-};
+// kEnd for a byte that is no symbol.
+JsonTokenKind SymbolOf(char byte) {
+  switch (byte) {
+    case '{':
+      return JsonTokenKind::kOpenObject;
+    case '}':
+      return JsonTokenKind::kCloseObject;
+    case '[':
+      return JsonTokenKind::kOpenArray;
+    case ']':
+      return JsonTokenKind::kCloseArray;
+    case ':':
+      return JsonTokenKind::kColon;
+    case ',':
+      return JsonTokenKind::kComma;
+    case '=':
+      return JsonTokenKind::kAssign;
+    default:
+      return JsonTokenKind::kEnd;
+  }
+}
 
 // The first of `stops` in `text`, or the text's end.
 std::size_t FindOrEnd(std::string_view text, std::string_view stops) {
@@ -134,25 +144,23 @@ bool AppendEscape(std::string_view* rest, std::string* text) {
 
 }  // namespace
 
-JsonToken JsonTokenReader::Next() {
+JsonTokenKind JsonTokenReader::Next() {
   if (!SkipIdleText()) {
-    return {JsonTokenKind::kBroken, {}};
+    return JsonTokenKind::kBroken;
   }
   if (rest.empty()) {
-    return {};
+    return JsonTokenKind::kEnd;
   }
   const char first = rest.front();
   if (first == '"' || first == '\'') {
     return TakeString(first);
   }
-  if (const auto* symbol = std::ranges::find(kSymbols, first, &Symbol::byte);
-      symbol != kSymbols.end()) {
-    rest.remove_prefix(1);
-    return {symbol->kind, {}};
+  const JsonTokenKind symbol = SymbolOf(first);
+  if (symbol == JsonTokenKind::kEnd) {
+    return TakeWord();
   }
-  const std::string_view word = rest.substr(0, FindOrEnd(rest, kWordEnds));
-  rest.remove_prefix(word.size());
-  return {JsonTokenKind::kWord, std::string(word)};
+  rest.remove_prefix(1);
+  return symbol;
 }
 
 // Blanks and comments; a comment runs from one slash to the next, whatever stands between them.
@@ -172,22 +180,32 @@ bool JsonTokenReader::SkipIdleText() {
 }
 
 // Only double quotes know escapes.
-JsonToken JsonTokenReader::TakeString(char quote) {
+JsonTokenKind JsonTokenReader::TakeString(char quote) {
   const std::string_view stops = quote == '"' ? "\"\\" : "'";
-  std::string text;
   rest.remove_prefix(1);
+  unescaped.clear();
   for (;;) {
-    const std::size_t end = FindOrEnd(rest, stops);
-    text.append(rest.substr(0, end));
-    rest.remove_prefix(end);
+    text = rest.substr(0, FindOrEnd(rest, stops));
+    rest.remove_prefix(text.size());
     const char stop = TakeByte(&rest);
-    if (stop == quote) {
-      return {JsonTokenKind::kString, text.substr(0, text.find('\0'))};
+    if (stop != quote || !unescaped.empty()) {
+      unescaped.append(text);
+      text = unescaped;
     }
-    if (stop == '\0' || !AppendEscape(&rest, &text)) {
-      return {JsonTokenKind::kBroken, {}};
+    if (stop == quote) {
+      text = text.substr(0, text.find('\0'));
+      return JsonTokenKind::kString;
+    }
+    if (stop == '\0' || !AppendEscape(&rest, &unescaped)) {
+      return JsonTokenKind::kBroken;
     }
   }
+}
+
+JsonTokenKind JsonTokenReader::TakeWord() {
+  text = rest.substr(0, FindOrEnd(rest, kWordEnds));
+  rest.remove_prefix(text.size());
+  return JsonTokenKind::kWord;
 }
 
 }  // namespace quorvex::linux_service

@@ -25,25 +25,27 @@ enum class JsonTokenKind : char {
   kAssign,
 };
 
-struct JsonToken {
-  JsonTokenKind kind = JsonTokenKind::kEnd;
-  // A word as it is written; what a string says, cut at its first NUL as json-glib cuts it.
-  std::string text;
-};
-
 // Reads `json`, which must outlive the reader, from front to back.
 class JsonTokenReader {
  public:
   explicit JsonTokenReader(std::string_view json) : rest(json) {}
 
   // The next token; kEnd for ever once the text is used up. Nothing is defined behind kBroken.
-  [[nodiscard]] JsonToken Next();
+  [[nodiscard]] JsonTokenKind Next();
+
+  // The last token's word as it is written, or what its string says, cut at the first NUL as
+  // json-glib cuts it. Valid until the next call of Next.
+  [[nodiscard]] std::string_view Text() const { return text; }
 
  private:
-  bool SkipIdleText();
-  JsonToken TakeString(char quote);
+  [[nodiscard]] bool SkipIdleText();
+  [[nodiscard]] JsonTokenKind TakeString(char quote);
+  [[nodiscard]] JsonTokenKind TakeWord();
 
   std::string_view rest;
+  std::string_view text;
+  // The text of a string with escapes.
+  std::string unescaped;
 };
 
 }  // namespace quorvex::linux_service

@@ -6,6 +6,7 @@
 #include "runtime/engine_catalogue.h"
 #include "validation/engine_rules.h"
 #include "validation/rule_text.h"
+#include "validation/wireguard_second_reading.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -34,6 +35,11 @@ bool HasUsableSize(const std::string& rawConfig) {
          rawConfig.find('\0') == std::string::npos;
 }
 
+ValidationResult ValidateBothReadings(const std::string& rawConfig) {
+  ValidationResult verdict = ValidateWireGuard(rawConfig);
+  return verdict.valid ? ValidateAsWgQuickReads(rawConfig) : verdict;
+}
+
 }  // namespace
 
 ValidationResult ValidateProfile(const std::string& profileId, const std::string& protocol,
@@ -50,7 +56,7 @@ ValidationResult ValidateProfile(const std::string& profileId, const std::string
     case EngineKind::kXray:
       return ValidateXray(rawConfig);
     case EngineKind::kWireGuard:
-      return ValidateWireGuard(rawConfig);
+      return ValidateBothReadings(rawConfig);
     case EngineKind::kOpenVpn:
       return ValidateOpenVpn(rawConfig);
     case EngineKind::kUnsupported:

@@ -3,17 +3,9 @@
 // What is kept from json-glib, and in whose words it is refused.
 #include "validation/json_text_guard.h"
 
-#include <ostream>
-
 #include "tests/unit/validation/profile_case.h"
 
 namespace quorvex::linux_service {
-
-void PrintTo(JsonTextVerdict verdict, std::ostream* out) {
-  constexpr const char* kNames[] = {"kParse", "kMalformed", "kNotAnObject", "kTooComplex"};
-  *out << kNames[static_cast<std::size_t>(verdict)];
-}
-
 namespace {
 
 using test::Times;
