@@ -67,11 +67,12 @@ void SendZerosAsLongAs(GDBusConnection* connection, GDBusMessage* call) {
       connection, zeros.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr));
 }
 
-// A filter on GDBus's thread: every message passes unchanged.
+// A filter on GDBus's thread: every message passes unchanged. Only Connect brings secrets.
 GDBusMessage* FollowCallWithZeros(GDBusConnection* connection, GDBusMessage* message,
                                   gboolean incoming, gpointer /*userData*/) {
   if (incoming != FALSE && g_dbus_message_get_body(message) != nullptr &&
-      g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+      g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL &&
+      g_strcmp0(g_dbus_message_get_member(message), "Connect") == 0) {
     SendZerosAsLongAs(connection, message);
   }
   return message;
