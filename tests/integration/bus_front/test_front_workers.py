@@ -2,6 +2,7 @@
 """The two workers: what each publishes and runs, how a connect is abandoned, and what a failure leaves behind."""
 
 import time
+from pathlib import Path
 
 import pytest
 
@@ -194,6 +195,8 @@ class SlowThreads:
     """Holds each new thread of the service at its first step, far longer than anything here takes."""
 
     def __init__(self, front):
+        if "libtsan" in Path(f"/proc/{front.service.host_pid}/maps").read_text():
+            pytest.skip("the thread sanitizer makes the creator of a thread wait for its first step")
         self._tracer = front.world.spawn([
             "strace", "-f", "-p", str(front.service.pid), "-o", "/dev/null", "-e", "trace=set_robust_list",
             "-e", "inject=set_robust_list:delay_enter=20000000"])
@@ -209,7 +212,7 @@ def test_a_disconnect_before_the_connect_has_begun_leaves_nothing_of_it(front):
     threads = SlowThreads(front)
     front.begin_connect(kill_switch=True)
     front.alice.call("Disconnect")
-    assert len(front.workers()) == 2
+    assert front.stages() == ["preparing", "disconnecting"]
     threads.release()
     assert front.settled("disconnected") == {"stage": "disconnected"}
     assert front.heard() == [
