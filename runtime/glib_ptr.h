@@ -16,7 +16,8 @@ template <auto Release>
 struct ReleaseWith {
   template <typename T>
   void operator()(T* pointer) const noexcept {
-    Release(pointer);
+    // Nothing is left to do about a release that fails.
+    static_cast<void>(Release(pointer));
   }
 };
 

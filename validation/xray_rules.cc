@@ -97,7 +97,7 @@ Complaint FirstComplaint(JsonNode* rootNode) {
 ValidationResult ValidateXray(const std::string& rawConfig) {
   GObjectPtr<JsonParser> parser;
   JsonObject* root = nullptr;
-  if (const ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
+  if (ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
     return parsed;
   }
   const Complaint complaint = FirstComplaint(json_parser_get_root(parser.get()));

@@ -11,7 +11,7 @@ WORLD_PACKAGES=(dbus-daemon polkitd iproute2 iputils-ping nftables wireguard-too
   tcpdump curl procps util-linux python3 python3-gi python3-pytest)
 # The debuggers' tracer sees system calls; seccomp makes them fail in unit tests.
 TEST_PACKAGES=(libgtest-dev libgmock-dev libseccomp-dev strace)
-# Only the lint of .ci/run and the coverage report.
+# Only the lint and the coverage report.
 LINT_PACKAGES=(clang clang-format clang-tidy shellcheck git)
 COVERAGE_PACKAGES=(gcovr)
 

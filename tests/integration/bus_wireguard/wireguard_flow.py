@@ -10,6 +10,8 @@ import os
 import stat
 from pathlib import Path
 
+from quorvex_world.procfs import status_fields
+
 DIRECTORY = "/run/quorvexvpn"
 CONFIG = f"{DIRECTORY}/quorvexvpn.conf"
 SING_BOX_CONFIG = f"{DIRECTORY}/sing-box.json"
@@ -93,6 +95,7 @@ class Flow:
         self.tools = world.standard_tools()
         self._seen = 0
         self._marked = 0
+        self._old_threads: set[int] = set()
 
     @property
     def wg_quick(self):
@@ -169,12 +172,13 @@ class Flow:
     def settled(self, *stages: str) -> dict:
         """Waits for one of the stages, and for the end of the worker, which would be busy else."""
         self.world.wait(lambda: set(stages) & set(self.stages()), 40, f"one of {stages}")
-        self.world.poll(lambda: not self.workers(), what="the end of the worker")
+        self.world.poll(self.is_idle, what="the end of the worker")
         return self.snapshot()
 
     def mark(self) -> None:
-        """Stages and logs count from here."""
+        """Stages, logs and threads count from here."""
         self._marked = len(self.alice.signals)
+        self._old_threads = set(self.world.poll(self._threads, what="the list of threads"))
 
     def stages(self) -> list[str]:
         return [one.value["stage"] for one in self._signals("SnapshotChanged")]
@@ -185,10 +189,20 @@ class Flow:
     def _signals(self, name: str) -> list:
         return [one for one in self.alice.signals[self._marked:] if one.name == name]
 
-    def workers(self) -> list[str]:
-        """The worker threads; of "quorvex-engine-connect" the kernel keeps 15 bytes."""
-        names = self.world.service.threads().values()
-        return [name for name in names if name.startswith("quorvex-engine")]
+    def is_idle(self) -> bool:
+        """Whether every thread that began since the mark as a worker has ended. GLib names its own
+        threads; for a worker's name the kernel has no room, so it keeps that of the main thread or
+        is cut after 15 bytes, as the version of GLib has it."""
+        threads = self._threads() or {}
+        main = threads.get(self.world.service.host_pid)
+        new = [name for number, name in threads.items() if number not in self._old_threads]
+        return main is not None and not any(name in (main, "quorvex-engine-") for name in new)
+
+    def _threads(self) -> dict[int, str] | None:
+        """None when the list was cut short, as it is when one of the threads ends under it."""
+        threads = self.world.service.threads()
+        count = int(status_fields(self.world.service.host_pid)["Threads"])
+        return threads if len(threads) == count else None
 
     # What there is to see.
 

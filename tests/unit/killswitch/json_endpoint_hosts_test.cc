@@ -9,228 +9,176 @@ namespace quorvex::linux_service {
 namespace {
 
 using test::HostCase;
-using test::kLongestHost;
-using test::kTooLongHost;
 
-using Hosts = std::vector<std::string>;
-
-std::string Outbounds(const std::string& elements) {
-  return R"({"outbounds": [)" + elements + "]}";
+std::string Outbounds(std::string_view elements) {
+  return R"({"outbounds": [)" + std::string(elements) + "]}";
 }
 
-std::string Server(const std::string& host) {
-  return R"({"server": ")" + host + R"("})";
+// One outbound with these members of its `settings`.
+std::string Settings(std::string_view members) {
+  return Outbounds(R"({"settings": {)" + std::string(members) + "}}");
 }
 
-// One outbound with these `settings`.
-std::string Settings(const std::string& members) {
-  return Outbounds(R"({"settings": {)" + members + "}}");
-}
+class OutboundsOfSingBox : public ::testing::TestWithParam<HostCase> {};
 
-std::string Address(const std::string& host) {
-  return R"({"address": ")" + host + R"("})";
-}
-
-class ASingBoxConfiguration : public ::testing::TestWithParam<HostCase> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Outbounds, ASingBoxConfiguration,
-    ::testing::Values(
-        HostCase{"OneServer", Outbounds(Server("vpn.example")), {"vpn.example"}},
-        HostCase{"SeveralInOrder",
-                 Outbounds(Server("b") + "," + Server("a") + "," + Server("c")),
-                 {"b", "a", "c"}},
-        HostCase{"TheSameTwice",
-                 Outbounds(Server("a") + "," + Server("b") + "," + Server("a")),
-                 {"a", "b"}},
-        HostCase{"TheSameButForBlanks", Outbounds(Server("a") + "," + Server(" a ")), {"a"}},
-        HostCase{"TheSameButForLetterCase",
-                 Outbounds(Server("vpn.example") + "," + Server("VPN.example")),
-                 {"vpn.example", "VPN.example"}},
-        HostCase{"EveryTypeAndTag",
-                 Outbounds(R"({"type": "vless", "tag": "proxy", "server": "a"},
-                              {"type": "direct", "server": "b"},
-                              {"type": "block", "tag": "", "server": "c"},
-                              {"type": 7, "server": "d"})"),
-                 {"a", "b", "c", "d"}},
-        HostCase{"ThePortIsNotRead", Outbounds(R"({"server": "a", "server_port": 443})"), {"a"}},
-        HostCase{"ColonsStay",
-                 Outbounds(Server("a:443") + "," + Server("[2001:db8::1]")),
-                 {"a:443", "[2001:db8::1]"}},
-        HostCase{"EscapesAreRead", Outbounds(Server(R"(v\u0070n\u002eexample)")), {"vpn.example"}},
-        HostCase{"MembersAroundIt",
-                 R"({"log": {}, "outbounds": [{"server": "a"}], "server": "b"})",
-                 {"a"}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Elements, ASingBoxConfiguration,
-    ::testing::Values(
-        HostCase{"ThatAreNoObjects",
-                 Outbounds(R"("a", 1, true, null, ["b", {"server": "c"}], {"server": "d"})"),
-                 {"d"}},
-        HostCase{"WithoutServer", Outbounds(R"({"type": "direct"}, {}, {"server": "a"})"), {"a"}},
-        HostCase{"WithANumber", Outbounds(R"({"server": 1}, {"server": 1.5})"), {}},
-        HostCase{"WithABoolean", Outbounds(R"({"server": true}, {"server": false})"), {}},
-        HostCase{"WithNull", Outbounds(R"({"server": null})"), {}},
-        HostCase{"WithAnArray", Outbounds(R"({"server": ["a"]})"), {}},
-        HostCase{"WithAnObject", Outbounds(R"({"server": {"server": "a"}})"), {}},
-        HostCase{"WithAnotherLetterCase", Outbounds(R"({"Server": "a"})"), {}},
-        HostCase{"WithSettingsOfXray",
-                 Outbounds(R"({"settings": {"vnext": [{"address": "a"}], "server": "b"}})"),
-                 {}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, ASingBoxConfiguration,
-    ::testing::Values(
-        HostCase{"Trimmed", Outbounds(Server(R"(\t \r\nvpn.example \r\n\t)")), {"vpn.example"}},
-        HostCase{"InnerBlanksStay", Outbounds(Server(R"( a \t b )")), {"a \t b"}},
-        HostCase{"OtherWhiteSpaceStays", Outbounds(Server(R"( \u000b\fa\f )")), {"\v\fa\f"}},
-        HostCase{"TheNoBreakSpaceStays",
-                 Outbounds(Server(R"(\u00a0a)")),
-                 {"\xc2\xa0"
-                  "a"}},
-        HostCase{"Empty", Outbounds(Server("")), {}},
-        HostCase{"OnlyBlanks", Outbounds(Server(R"( \t\r\n)")), {}},
-        HostCase{"TheShortest", Outbounds(Server("h")), {"h"}},
-        HostCase{"TheLongest", Outbounds(Server(kLongestHost)), {kLongestHost}},
-        HostCase{"TheLongestBetweenBlanks",
-                 Outbounds(Server("  " + kLongestHost + " ")),
-                 {kLongestHost}},
-        HostCase{"OneByteTooLong", Outbounds(Server(kTooLongHost) + "," + Server("a")), {"a"}},
-        HostCase{"TooLongInBytesOnly", Outbounds(Server(kLongestHost.substr(1) + "\xc3\xa4")), {}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Otherwise, ASingBoxConfiguration,
-    ::testing::Values(HostCase{"Empty", "", {}}, HostCase{"OnlyBlanks", " \n", {}},
-                      HostCase{"NoJson", "remote vpn.example 1194\nEndpoint = a\n", {}},
-                      HostCase{"CutOff", R"({"outbounds": [{"server": "a"})", {}},
-                      HostCase{"NoUtf8", Outbounds(Server("a\xff")), {}},
-                      HostCase{"AnArray", R"([{"outbounds": [{"server": "a"}]}])", {}},
-                      HostCase{"AString", R"("outbounds")", {}}, HostCase{"ANumber", "1", {}},
-                      HostCase{"Null", "null", {}}, HostCase{"NoOutbounds", "{}", {}},
-                      HostCase{"NoOutbound", Outbounds(""), {}},
-                      HostCase{"AnObjectOfOutbounds", R"({"outbounds": {"server": "a"}})", {}},
-                      HostCase{"AStringOfOutbounds", R"({"outbounds": "a"})", {}},
-                      HostCase{"NullOutbounds", R"({"outbounds": null})", {}},
-                      HostCase{"OutboundsElsewhere",
-                               R"({"inbounds": [{"server": "a"}],
-                                   "endpoints": [{"server": "b"}],
-                                   "dns": {"servers": [{"server": "c"}]},
-                                   "route": {"outbounds": [{"server": "d"}]}})",
-                               {}}),
-    test::CaseName());
-
-TEST_P(ASingBoxConfiguration, NamesTheServersOfItsOutbounds) {
-  EXPECT_EQ(CollectEndpointHosts(EngineKind::kSingBox, GetParam().text), GetParam().hosts);
-}
-
-class AnXrayConfiguration : public ::testing::TestWithParam<HostCase> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Outbounds, AnXrayConfiguration,
-    ::testing::Values(
-        HostCase{"OneVnext", Settings(R"("vnext": [{"address": "a", "port": 443}])"), {"a"}},
-        HostCase{"OneServer", Settings(R"("servers": [{"address": "a", "port": 443}])"), {"a"}},
-        HostCase{"SeveralVnextInOrder",
-                 Settings(R"("vnext": [{"address": "b"}, {"address": "a"}, {"address": "b"}])"),
-                 {"b", "a"}},
-        HostCase{"VnextBeforeServers",
-                 Settings(R"("servers": [{"address": "s1"}, {"address": "s2"}],
-                             "vnext": [{"address": "v1"}, {"address": "v2"}])"),
-                 {"v1", "v2", "s1", "s2"}},
-        HostCase{"OutboundByOutbound",
-                 Outbounds(R"({"settings": {"servers": [{"address": "s1"}]}},
-                              {"settings": {"vnext": [{"address": "v2"}],
-                                            "servers": [{"address": "s1"}, {"address": "s2"}]}},
-                              {"settings": {"vnext": [{"address": "v3"}]}})"),
-                 {"s1", "v2", "s2", "v3"}},
-        HostCase{"TheSameButForLetterCase",
-                 Settings(R"("vnext": [{"address": "a"}, {"address": "A"}])"),
-                 {"a", "A"}},
-        HostCase{"EveryProtocolAndTag",
-                 Outbounds(R"({"protocol": "freedom", "settings": {"vnext": [{"address": "a"}]}},
-                              {"protocol": 7, "tag": "x",
-                               "settings": {"servers": [{"address": "b"}]}})"),
-                 {"a", "b"}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Settings, AnXrayConfiguration,
-    ::testing::Values(
-        HostCase{"Missing", Outbounds(R"({"vnext": [{"address": "a"}], "address": "b"}, {})"), {}},
-        HostCase{"ThatAreNoObject",
-                 Outbounds(R"({"settings": null}, {"settings": "a"}, {"settings": 1},
-                              {"settings": [{"vnext": [{"address": "a"}]}]})"),
-                 {}},
-        HostCase{"Empty", Settings(""), {}},
-        HostCase{"WithEmptyArrays", Settings(R"("vnext": [], "servers": [])"), {}},
-        HostCase{"WithAnObjectForAnArray",
-                 Settings(R"("vnext": {"address": "a"}, "servers": [{"address": "b"}])"),
-                 {"b"}},
-        HostCase{"WithScalarsForArrays", Settings(R"("vnext": "a", "servers": null)"), {}},
-        HostCase{"WithAnotherLetterCase", Settings(R"("Vnext": [{"address": "a"}])"), {}},
-        HostCase{"WithAnAddressOfTheirOwn", Settings(R"("address": "a", "server": "b")"), {}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Elements, AnXrayConfiguration,
-    ::testing::Values(
-        HostCase{"OfTheOutboundsThatAreNoObjects",
-                 Outbounds(R"("a", 1, null, [{"settings": {"vnext": [{"address": "b"}]}}],
-                              {"settings": {"vnext": [{"address": "c"}]}})"),
-                 {"c"}},
-        HostCase{"ThatAreNoObjects",
-                 Settings(R"("vnext": ["a", 1, null, [{"address": "b"}], {"address": "c"}])"),
-                 {"c"}},
-        HostCase{"WithoutAddress",
-                 Settings(R"("servers": [{"port": 1}, {}, {"server": "b"}, {"address": "a"}])"),
-                 {"a"}},
-        HostCase{"WithoutAString",
-                 Settings(R"("servers": [{"address": 1}, {"address": true}, {"address": null},
-                                         {"address": ["a"]}, {"address": {"address": "b"}}])"),
-                 {}},
-        HostCase{"TrimmedOnes", Settings(R"("vnext": [{"address": "\t a \r\n"}])"), {"a"}},
-        HostCase{
-            "TheLongest", Settings("\"vnext\": [" + Address(kLongestHost) + "]"), {kLongestHost}},
-        HostCase{"OneByteTooLong", Settings("\"vnext\": [" + Address(kTooLongHost) + "]"), {}}),
-    test::CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Otherwise, AnXrayConfiguration,
-    ::testing::Values(HostCase{"Empty", "", {}}, HostCase{"NoJson", "Endpoint = a\n", {}},
-                      HostCase{"CutOff", R"({"outbounds": [)", {}},
-                      HostCase{"AnArray", "[" + Settings("") + "]", {}},
-                      HostCase{"NoOutbounds", "{}", {}}, HostCase{"NoOutbound", Outbounds(""), {}},
-                      HostCase{"AnObjectOfOutbounds",
-                               R"({"outbounds": {"settings": {"vnext": [{"address": "a"}]}}})",
-                               {}},
-                      HostCase{"TheServersOfSingBox", Outbounds(Server("a")), {}}),
-    test::CaseName());
-
-TEST_P(AnXrayConfiguration, NamesTheAddressesOfItsOutbounds) {
-  EXPECT_EQ(CollectEndpointHosts(EngineKind::kXray, GetParam().text), GetParam().hosts);
-}
-
-struct NoEngineCase {
-  const char* name;
-  EngineKind kind;
+constexpr HostCase kSingBoxServers[] = {
+    {"One", R"({"server": "vpn.example"})", {"vpn.example"}},
+    {"SeveralInOrder", R"({"server": "b"}, {"server": "a"}, {"server": "c"})", {"b", "a", "c"}},
+    {"TheSameTwice", R"({"server": "a"}, {"server": "b"}, {"server": "a"})", {"a", "b"}},
+    {"TheSameButForBlanks", R"({"server": "a"}, {"server": " a "})", {"a"}},
+    {"TheSameButForLetterCase",
+     R"({"server": "vpn.example"}, {"server": "VPN.example"})",
+     {"vpn.example", "VPN.example"}},
+    {"EveryTypeAndTag",
+     R"({"type": "vless", "tag": "proxy", "server": "a"}, {"type": "direct", "server": "b"},
+        {"type": "block", "tag": "", "server": "c"}, {"type": 7, "server": "d"})",
+     {"a", "b", "c", "d"}},
+    {"ThePortIsNotRead", R"({"server": "a", "server_port": 443})", {"a"}},
+    {"ColonsStay",
+     R"({"server": "a:443"}, {"server": "[2001:db8::1]"})",
+     {"a:443", "[2001:db8::1]"}},
+    {"EscapesAreRead", R"({"server": "v\u0070n\u002eexample"})", {"vpn.example"}},
 };
 
-class AKindWithoutEngine : public ::testing::TestWithParam<NoEngineCase> {};
+constexpr HostCase kSingBoxElements[] = {
+    {"ThatAreNoObjects", R"("a", 1, true, null, ["b", {"server": "c"}], {"server": "d"})", {"d"}},
+    {"WithoutServer", R"({"type": "direct"}, {}, {"server": "a"})", {"a"}},
+    {"WithANumber", R"({"server": 1}, {"server": 1.5})"},
+    {"WithABoolean", R"({"server": true}, {"server": false})"},
+    {"WithNull", R"({"server": null})"},
+    {"WithAnArray", R"({"server": ["a"]})"},
+    {"WithAnObject", R"({"server": {"server": "a"}})"},
+    {"WithAnotherLetterCase", R"({"Server": "a"})"},
+    {"WithSettingsOfXray", R"({"settings": {"vnext": [{"address": "a"}], "server": "b"}})"},
+};
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, AKindWithoutEngine,
-    ::testing::Values(NoEngineCase{"Unsupported", EngineKind::kUnsupported},
-                      NoEngineCase{"TheFirstUnknown", static_cast<EngineKind>(5)},
-                      NoEngineCase{"TheLastUnknown", static_cast<EngineKind>(0xffffffffU)}),
-    test::CaseName());
+constexpr HostCase kSingBoxTexts[] = {
+    {"Trimmed", R"({"server": "\t \r\nvpn.example \r\n\t"})", {"vpn.example"}},
+    {"WithInnerBlanks", R"({"server": " a \t b "})", {"a \t b"}},
+    {"WithOtherWhiteSpace", R"({"server": " \u000b\fa\f "})", {"\v\fa\f"}},
+    {"WithANoBreakSpace", R"({"server": "\u00a0x"})", {"\xc2\xa0x"}},
+    {"Empty", R"({"server": ""}, {"server": "a"})", {"a"}},
+    {"OnlyBlanks", R"({"server": " \t\r\n"}, {"server": "a"})", {"a"}},
+};
 
-TEST_P(AKindWithoutEngine, NamesNoHost) {
-  EXPECT_EQ(CollectEndpointHosts(GetParam().kind, Outbounds(Server("a"))), Hosts{});
-  EXPECT_EQ(CollectEndpointHosts(GetParam().kind, "Endpoint = a\nremote a\n"), Hosts{});
+INSTANTIATE_TEST_SUITE_P(Servers, OutboundsOfSingBox, ::testing::ValuesIn(kSingBoxServers),
+                         test::CaseName());
+INSTANTIATE_TEST_SUITE_P(Elements, OutboundsOfSingBox, ::testing::ValuesIn(kSingBoxElements),
+                         test::CaseName());
+INSTANTIATE_TEST_SUITE_P(Texts, OutboundsOfSingBox, ::testing::ValuesIn(kSingBoxTexts),
+                         test::CaseName());
+
+TEST_P(OutboundsOfSingBox, NameTheirServers) {
+  EXPECT_EQ(CollectEndpointHosts(EngineKind::kSingBox, Outbounds(GetParam().text)),
+            GetParam().Hosts());
+}
+
+class OutboundsOfXray : public ::testing::TestWithParam<HostCase> {};
+
+constexpr HostCase kXrayOutbounds[] = {
+    {"OutboundByOutbound",
+     R"({"settings": {"servers": [{"address": "s1"}]}},
+        {"settings": {"vnext": [{"address": "v2"}],
+                      "servers": [{"address": "s1"}, {"address": "s2"}]}},
+        {"settings": {"vnext": [{"address": "v3"}]}})",
+     {"s1", "v2", "s2", "v3"}},
+    {"EveryProtocolAndTag",
+     R"({"protocol": "freedom", "settings": {"vnext": [{"address": "a"}]}},
+        {"protocol": 7, "tag": "x", "settings": {"servers": [{"address": "b"}]}})",
+     {"a", "b"}},
+    {"ThatAreNoObjects",
+     R"("a", 1, null, [{"settings": {"vnext": [{"address": "b"}]}}],
+        {"settings": {"vnext": [{"address": "c"}]}})",
+     {"c"}},
+    {"WithoutSettings", R"({"vnext": [{"address": "a"}], "address": "b"}, {}, {"server": "c"})"},
+    {"WithSettingsThatAreNoObject",
+     R"({"settings": null}, {"settings": "a"}, {"settings": 1},
+        {"settings": [{"vnext": [{"address": "b"}]}]})"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Cases, OutboundsOfXray, ::testing::ValuesIn(kXrayOutbounds),
+                         test::CaseName());
+
+TEST_P(OutboundsOfXray, NameTheAddressesInTheirSettings) {
+  EXPECT_EQ(CollectEndpointHosts(EngineKind::kXray, Outbounds(GetParam().text)),
+            GetParam().Hosts());
+}
+
+class SettingsOfXray : public ::testing::TestWithParam<HostCase> {};
+
+constexpr HostCase kXraySettings[] = {
+    {"OneVnext", R"("vnext": [{"address": "a", "port": 443}])", {"a"}},
+    {"OneServer", R"("servers": [{"address": "a", "port": 443}])", {"a"}},
+    {"SeveralInOrder",
+     R"("vnext": [{"address": "b"}, {"address": "a"}, {"address": "b"}])",
+     {"b", "a"}},
+    {"VnextBeforeServers",
+     R"("servers": [{"address": "s1"}, {"address": "s2"}],
+        "vnext": [{"address": "v1"}, {"address": "v2"}])",
+     {"v1", "v2", "s1", "s2"}},
+    {"TheSameInBoth", R"("vnext": [{"address": "a"}], "servers": [{"address": "a"}])", {"a"}},
+    {"TheSameButForLetterCase", R"("vnext": [{"address": "a"}, {"address": "A"}])", {"a", "A"}},
+    {"None", ""},
+    {"EmptyArrays", R"("vnext": [], "servers": [])"},
+    {"AnObjectForAnArray", R"("vnext": {"address": "a"}, "servers": [{"address": "b"}])", {"b"}},
+    {"ScalarsForArrays", R"("vnext": "a", "servers": null)"},
+    {"AnotherLetterCase", R"("Vnext": [{"address": "a"}])"},
+    {"AnAddressOfTheirOwn", R"("address": "a", "server": "b")"},
+    {"ElementsThatAreNoObjects",
+     R"("vnext": ["a", 1, null, [{"address": "b"}], {"address": "c"}])",
+     {"c"}},
+    {"ElementsWithoutAddress",
+     R"("servers": [{"port": 1}, {}, {"server": "b"}, {"address": "a"}])",
+     {"a"}},
+    {"AddressesThatAreNoText",
+     R"("servers": [{"address": 1}, {"address": true}, {"address": null}, {"address": ["a"]},
+                    {"address": {"address": "b"}}])"},
+    {"TrimmedAddresses", R"("vnext": [{"address": "\t a \r\n"}])", {"a"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Cases, SettingsOfXray, ::testing::ValuesIn(kXraySettings),
+                         test::CaseName());
+
+TEST_P(SettingsOfXray, NameTheirAddresses) {
+  EXPECT_EQ(CollectEndpointHosts(EngineKind::kXray, Settings(GetParam().text)), GetParam().Hosts());
+}
+
+class AJsonText : public ::testing::TestWithParam<HostCase> {};
+
+// Each would name a host in both formats, if its shape were right.
+constexpr HostCase kShapes[] = {
+    {"MembersAroundTheOutbounds",
+     R"({"log": {}, "outbounds": [{"server": "a", "settings": {"vnext": [{"address": "a"}]}}],
+         "server": "b", "address": "c"})",
+     {"a"}},
+    {"Empty", ""},
+    {"OnlyBlanks", " \n"},
+    {"NoJson", "remote vpn.example 1194\nEndpoint = a\n"},
+    {"CutOff", R"({"outbounds": [{"server": "a", "settings": {"vnext": [{"address": "a"}]}}])"},
+    {"NoUtf8", "{\"outbounds\": [{\"server\": \"a\xff\"}]}"},
+    {"AnArray", R"([{"outbounds": [{"server": "a"}]}])"},
+    {"AString", R"("outbounds")"},
+    {"ANumber", "1"},
+    {"Null", "null"},
+    {"NoOutbounds", "{}"},
+    {"AnEmptyArrayOfOutbounds", R"({"outbounds": []})"},
+    {"AnObjectOfOutbounds",
+     R"({"outbounds": {"server": "a", "settings": {"vnext": [{"address": "a"}]}}})"},
+    {"AStringOfOutbounds", R"({"outbounds": "a"})"},
+    {"NullOutbounds", R"({"outbounds": null})"},
+    {"OutboundsInAnotherLetterCase", R"({"Outbounds": [{"server": "a"}]})"},
+    {"OutboundsElsewhere",
+     R"({"inbounds": [{"server": "a"}], "endpoints": [{"server": "b"}],
+         "dns": {"servers": [{"server": "c"}]},
+         "route": {"outbounds": [{"server": "d", "settings": {"vnext": [{"address": "e"}]}}]}})"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Shapes, AJsonText, ::testing::ValuesIn(kShapes), test::CaseName());
+
+TEST_P(AJsonText, NamesHostsOnlyInItsOutbounds) {
+  const std::string text(GetParam().text);
+  EXPECT_EQ(CollectEndpointHosts(EngineKind::kSingBox, text), GetParam().Hosts());
+  EXPECT_EQ(CollectEndpointHosts(EngineKind::kXray, text), GetParam().Hosts());
 }
 
 }  // namespace

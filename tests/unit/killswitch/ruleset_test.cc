@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+
 #include "tests/unit/runtime/case_name.h"
 
 namespace quorvex::linux_service {
@@ -76,126 +80,154 @@ TEST_F(ARuleset, HasNoIpv4LineForIpv6ServersOnly) {
             "}\n");
 }
 
+// As many addresses as a case needs; the others stay null.
+using CaseAddresses = std::array<const char*, 9>;
+
+Addresses Used(const CaseAddresses& listed) {
+  return {listed.begin(), std::ranges::find(listed, nullptr)};
+}
+
 struct ServersCase {
   const char* name;
-  Addresses addresses;
+  CaseAddresses addresses;
   // The lines that let packets out to servers.
-  std::string rules;
+  const char* rules;
 };
 
 class ServersOfARuleset : public ARuleset, public ::testing::WithParamInterface<ServersCase> {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Lists, ServersOfARuleset,
-    ::testing::Values(
-        ServersCase{"One", {"198.51.100.7"}, "    ip daddr { 198.51.100.7 } accept\n"},
-        ServersCase{"InTheirOrder",
-                    {"203.0.113.9", "198.51.100.7", "192.0.2.1"},
-                    "    ip daddr { 203.0.113.9, 198.51.100.7, 192.0.2.1 } accept\n"},
-        ServersCase{"OfMixedFamilies",
-                    {"2001:db8::2", "203.0.113.9", "2001:db8::1", "192.0.2.1"},
-                    "    ip daddr { 203.0.113.9, 192.0.2.1 } accept\n"
-                    "    ip6 daddr { 2001:db8::2, 2001:db8::1 } accept\n"},
-        ServersCase{"GivenTwice",
-                    {"192.0.2.1", "192.0.2.1", "2001:db8::1", "2001:db8::1"},
-                    "    ip daddr { 192.0.2.1, 192.0.2.1 } accept\n"
-                    "    ip6 daddr { 2001:db8::1, 2001:db8::1 } accept\n"},
-        ServersCase{"Unchanged",
-                    {"2001:DB8:0:0:0:0:0:5", "::ffff:192.0.2.1"},
-                    "    ip6 daddr { 2001:DB8:0:0:0:0:0:5, ::ffff:192.0.2.1 } accept\n"},
-        ServersCase{"BetweenHostNames",
-                    {"vpn.example", "192.0.2.1", "", "198.51.100.7", "a b", "2001:db8::1", "::g"},
-                    "    ip daddr { 192.0.2.1, 198.51.100.7 } accept\n"
-                    "    ip6 daddr { 2001:db8::1 } accept\n"},
-        ServersCase{"BetweenWhatOnlyLooksLikeThem",
-                    {"192.0.2.1:80", "192.0.2", "192.0.2.256", "192.0.2.0/24", "[2001:db8::1]",
-                     "2001:db8::/32", "1.2.3.4 }", " 192.0.2.7", "2001:db8::5"},
-                    "    ip6 daddr { 2001:db8::5 } accept\n"}),
-    test::CaseName());
+constexpr ServersCase kServers[] = {
+    {"One", {"198.51.100.7"}, "    ip daddr { 198.51.100.7 } accept\n"},
+    {"InTheirOrder",
+     {"203.0.113.9", "198.51.100.7", "192.0.2.1"},
+     "    ip daddr { 203.0.113.9, 198.51.100.7, 192.0.2.1 } accept\n"},
+    {"OfMixedFamilies",
+     {"2001:db8::2", "203.0.113.9", "2001:db8::1", "192.0.2.1"},
+     "    ip daddr { 203.0.113.9, 192.0.2.1 } accept\n"
+     "    ip6 daddr { 2001:db8::2, 2001:db8::1 } accept\n"},
+    {"GivenTwice",
+     {"192.0.2.1", "192.0.2.1", "2001:db8::1", "2001:db8::1"},
+     "    ip daddr { 192.0.2.1, 192.0.2.1 } accept\n"
+     "    ip6 daddr { 2001:db8::1, 2001:db8::1 } accept\n"},
+    {"Unchanged",
+     {"2001:DB8:0:0:0:0:0:5", "::ffff:192.0.2.1"},
+     "    ip6 daddr { 2001:DB8:0:0:0:0:0:5, ::ffff:192.0.2.1 } accept\n"},
+    {"BetweenHostNames",
+     {"vpn.example", "192.0.2.1", "", "198.51.100.7", "a b", "2001:db8::1", "::g"},
+     "    ip daddr { 192.0.2.1, 198.51.100.7 } accept\n"
+     "    ip6 daddr { 2001:db8::1 } accept\n"},
+    {"BetweenWhatOnlyLooksLikeThem",
+     {"192.0.2.1:80", "192.0.2", "192.0.2.256", "192.0.2.0/24", "[2001:db8::1]", "2001:db8::/32",
+      "1.2.3.4 }", " 192.0.2.7", "2001:db8::5"},
+     "    ip6 daddr { 2001:db8::5 } accept\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Lists, ServersOfARuleset, ::testing::ValuesIn(kServers), test::CaseName());
 
 TEST_P(ServersOfARuleset, AreTheLastRules) {
-  ASSERT_TRUE(Build("quorvexvpn", GetParam().addresses));
+  ASSERT_TRUE(Build("quorvexvpn", Used(GetParam().addresses)));
   constexpr char kBefore[] = "    udp dport { 67, 68, 546, 547 } accept\n";
   const std::size_t before = ruleset.find(kBefore);
   ASSERT_NE(before, std::string::npos);
-  EXPECT_EQ(ruleset.substr(before), kBefore + GetParam().rules + "  }\n}\n");
+  EXPECT_EQ(ruleset.substr(before), kBefore + std::string(GetParam().rules) + "  }\n}\n");
 }
 
 struct NameCase {
   const char* name;
-  std::string interface;
+  std::string_view interface;
 };
 
 class AUsableInterfaceName : public ARuleset, public ::testing::WithParamInterface<NameCase> {};
 
-INSTANTIATE_TEST_SUITE_P(Names, AUsableInterfaceName,
-                         ::testing::Values(NameCase{"OfSingBox", "quorvex-sbox0"},
-                                           NameCase{"OfXray", "quorvex-xray0"},
-                                           NameCase{"OfWireGuard", "quorvexvpn"},
-                                           NameCase{"OfOpenVpn", "tun-quorvexvpn"},
-                                           NameCase{"OneByteLong", "a"},
-                                           NameCase{"FifteenBytesLong", "abcdefghijklmno"},
-                                           NameCase{"TheBoundsOfEachRange", "azAZ09"},
-                                           NameCase{"OnlyPunctuation", "-._"}),
+constexpr NameCase kUsableNames[] = {
+    {"OfSingBox", "quorvex-sbox0"},
+    {"OfXray", "quorvex-xray0"},
+    {"OfWireGuard", "quorvexvpn"},
+    {"OfOpenVpn", "tun-quorvexvpn"},
+    {"OneByteLong", "a"},
+    {"FifteenBytesLong", "abcdefghijklmno"},
+    {"TheBoundsOfEachRange", "azAZ09"},
+    {"OnlyPunctuation", "-._"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Names, AUsableInterfaceName, ::testing::ValuesIn(kUsableNames),
                          test::CaseName());
 
 TEST_P(AUsableInterfaceName, StandsInQuotesInItsRule) {
-  ASSERT_TRUE(Build(GetParam().interface, {"192.0.2.1"}));
-  EXPECT_NE(ruleset.find("    oifname \"lo\" accept\n    oifname \"" + GetParam().interface +
-                         "\" accept\n    meta l4proto"),
+  ASSERT_TRUE(Build(std::string(GetParam().interface), {"192.0.2.1"}));
+  EXPECT_NE(ruleset.find("    oifname \"lo\" accept\n    oifname \"" +
+                         std::string(GetParam().interface) + "\" accept\n    meta l4proto"),
             std::string::npos)
       << ruleset;
 }
 
 class AnUnusableInterfaceName : public ARuleset, public ::testing::WithParamInterface<NameCase> {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, AnUnusableInterfaceName,
-    ::testing::Values(NameCase{"Empty", ""}, NameCase{"SixteenBytesLong", "abcdefghijklmnop"},
-                      NameCase{"VeryLong", std::string(5000, 'a')}, NameCase{"WithABlank", "tun 0"},
-                      NameCase{"WithAQuote", "tun\"0"}, NameCase{"WithASingleQuote", "tun'0"},
-                      NameCase{"WithASlash", "tun/0"}, NameCase{"WithABackslash", "tun\\0"},
-                      NameCase{"WithALineFeed", "tun0\n"}, NameCase{"WithAColon", "eth0:1"},
-                      NameCase{"WithAPlus", "tun+"}, NameCase{"WithAStar", "tun*"},
-                      NameCase{"WithAComma", "tun,0"}, NameCase{"WithABrace", "tun}"},
-                      NameCase{"WithASemicolon", "tun;"},
-                      NameCase{"WithNeighboursOfTheCapitals", "@"},
-                      NameCase{"WithTheByteAfterZ", "["}, NameCase{"WithTheByteBeforeA", "`"},
-                      NameCase{"WithTheByteAfterLowerZ", "{"}, NameCase{"WithDelete", "tun\x7f"},
-                      NameCase{"WithALetterOutsideAscii", "t\xc3\xbcn0"},
-                      NameCase{"WithALatin1Letter", "t\xfcn0"},
-                      NameCase{"WithNul", std::string("tun\0", 4)}),
-    test::CaseName());
+constexpr NameCase kUnusableNames[] = {
+    {"Empty", ""},
+    {"SixteenBytesLong", "abcdefghijklmnop"},
+    {"WithABlank", "tun 0"},
+    {"WithAQuote", "tun\"0"},
+    {"WithASingleQuote", "tun'0"},
+    {"WithASlash", "tun/0"},
+    {"WithABackslash", "tun\\0"},
+    {"WithALineFeed", "tun0\n"},
+    {"WithAColon", "eth0:1"},
+    {"WithAPlus", "tun+"},
+    {"WithAStar", "tun*"},
+    {"WithAComma", "tun,0"},
+    {"WithABrace", "tun}"},
+    {"WithASemicolon", "tun;"},
+    {"WithTheByteBeforeCapitalA", "@"},
+    {"WithTheByteAfterCapitalZ", "["},
+    {"WithTheByteBeforeSmallA", "`"},
+    {"WithTheByteAfterSmallZ", "{"},
+    {"WithDelete", "tun\x7f"},
+    {"WithALetterOutsideAscii", "t\xc3\xbcn0"},
+    {"WithALatin1Letter", "t\xfcn0"},
+    {"WithNul", std::string_view("tun\0", 4)},
+};
+
+INSTANTIATE_TEST_SUITE_P(Names, AnUnusableInterfaceName, ::testing::ValuesIn(kUnusableNames),
+                         test::CaseName());
 
 TEST_P(AnUnusableInterfaceName, IsRefused) {
-  EXPECT_FALSE(Build(GetParam().interface, {"192.0.2.1"}));
+  EXPECT_FALSE(Build(std::string(GetParam().interface), {"192.0.2.1"}));
   EXPECT_EQ(error, kBadInterface);
   EXPECT_EQ(ruleset, kUntouched);
 }
 
 TEST_P(AnUnusableInterfaceName, IsToBlameBeforeTheWantOfAddresses) {
-  EXPECT_FALSE(Build(GetParam().interface, {}));
+  EXPECT_FALSE(Build(std::string(GetParam().interface), {}));
+  EXPECT_EQ(error, kBadInterface);
+}
+
+TEST_F(ARuleset, HasNoRoomForAVeryLongInterfaceName) {
+  EXPECT_FALSE(Build(std::string(5000, 'a'), {"192.0.2.1"}));
   EXPECT_EQ(error, kBadInterface);
 }
 
 struct NoAddressCase {
   const char* name;
-  Addresses addresses;
+  CaseAddresses addresses;
 };
 
 class AListWithoutAddress : public ARuleset, public ::testing::WithParamInterface<NoAddressCase> {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Lists, AListWithoutAddress,
-    ::testing::Values(NoAddressCase{"Empty", {}}, NoAddressCase{"OfOneHostName", {"vpn.example"}},
-                      NoAddressCase{"OfHostNames", {"a.example", "localhost", "b"}},
-                      NoAddressCase{"OfAnEmptyText", {""}},
-                      NoAddressCase{"OfAddressesWithPorts", {"192.0.2.1:443", "[2001:db8::1]:443"}},
-                      NoAddressCase{"OfNetworks", {"192.0.2.0/24", "2001:db8::/32"}}),
-    test::CaseName());
+constexpr NoAddressCase kListsWithoutAddress[] = {
+    {"Empty", {}},
+    {"OfOneHostName", {"vpn.example"}},
+    {"OfHostNames", {"a.example", "localhost", "b"}},
+    {"OfAnEmptyText", {""}},
+    {"OfAddressesWithPorts", {"192.0.2.1:443", "[2001:db8::1]:443"}},
+    {"OfNetworks", {"192.0.2.0/24", "2001:db8::/32"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Lists, AListWithoutAddress, ::testing::ValuesIn(kListsWithoutAddress),
+                         test::CaseName());
 
 TEST_P(AListWithoutAddress, IsRefused) {
-  EXPECT_FALSE(Build("quorvexvpn", GetParam().addresses));
+  EXPECT_FALSE(Build("quorvexvpn", Used(GetParam().addresses)));
   EXPECT_EQ(error, kNoAddress);
   EXPECT_EQ(ruleset, kUntouched);
 }

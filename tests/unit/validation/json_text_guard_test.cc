@@ -215,5 +215,17 @@ TEST(AFlatJsonTextForJsonGlib, MayHaveAHundredThousandNodes) {
   EXPECT_EQ(JudgeJsonText(flat(100001)), kTooComplex);
 }
 
+TEST(AJsonTextWithDuplicatesForJsonGlib, MayTakeTwoMillionSteps) {
+  const auto repeated = [](std::size_t duplicates) {
+    std::string text = "{";
+    for (int number = 0; number <= 2000; ++number) {
+      text += "\"" + std::to_string(number) + "\":1,";
+    }
+    return text + Times(duplicates, "\"2000\":1,") + "\"last\":1}";
+  };
+  EXPECT_EQ(JudgeJsonText(repeated(1000)), JsonTextVerdict::kParse);
+  EXPECT_EQ(JudgeJsonText(repeated(1001)), kTooComplex);
+}
+
 }  // namespace
 }  // namespace quorvex::linux_service

@@ -131,6 +131,7 @@ TEST(ASurrogate, TakesWhatStandsBehindIt) {
                 {"SecondAlone", R"("\ude00xy")", "<\xED\xB8\x80y>"},
                 {"SecondFirst", R"("\ude00\ud83d")", "!"},
                 {"TwiceTheFirst", R"("\ud83d\ud83d")", "!"},
+                {"TwiceTheSecond", R"("\ude00\ude00")", "!"},
                 {"BeforeALetter", R"("\ud83d\u0061")", "!"},
                 {"BeforeAnEscapeWithoutDigit", R"("\ud83d\u")", "!"}});
 }
