@@ -6,11 +6,16 @@ pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 
 # quorvex_unit_test(NAME [SLOW] SOURCES ... LINK ... TIMEOUT seconds): a GoogleTest executable whose
 # tests ctest runs one by one inside tests/support/private_run, with the label "unit". SLOW, for
-# tests that wait for real time-outs, adds the label "slow".
+# tests that wait for real time-outs, adds the label "slow". QUORVEX_TEST_ENVIRONMENT, one variable
+# with its value, is what the tests run with.
 function(quorvex_unit_test name)
   cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LINK" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 60)
+  endif()
+  set(properties LABELS unit TIMEOUT ${ARG_TIMEOUT})
+  if(QUORVEX_TEST_ENVIRONMENT)
+    list(APPEND properties ENVIRONMENT "${QUORVEX_TEST_ENVIRONMENT}")
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock_main)
@@ -23,7 +28,7 @@ function(quorvex_unit_test name)
     NO_PRETTY_VALUES
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS unit TIMEOUT ${ARG_TIMEOUT})
+    PROPERTIES ${properties})
   if(ARG_SLOW)
     quorvex_label_slow(${name})
   endif()
