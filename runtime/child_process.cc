@@ -2,12 +2,9 @@
 #include "runtime/child_process.h"
 
 #include <array>
-#include <condition_variable>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "runtime/glib_ptr.h"
 
@@ -16,31 +13,46 @@ namespace {
 
 using FilePtr = std::unique_ptr<FILE, ReleaseWith<fclose>>;
 
-// What the calling thread and its watchdog share; lives on the caller's stack.
-struct WatchdogState {
-  GObjectPtr<GCancellable> cancellable{g_cancellable_new()};
-  std::chrono::milliseconds timeout;
-  std::mutex mutex;
-  std::condition_variable condition;
-  bool finished = false;
+using GMainContextPtr = std::unique_ptr<GMainContext, ReleaseWith<g_main_context_unref>>;
+using GSourcePtr = std::unique_ptr<GSource, ReleaseWith<g_source_unref>>;
+
+// A main context for one wait: nothing else of the service runs in it.
+class PrivateContext {
+ public:
+  PrivateContext() { g_main_context_push_thread_default(context.get()); }
+  PrivateContext(const PrivateContext&) = delete;
+  PrivateContext& operator=(const PrivateContext&) = delete;
+  ~PrivateContext() { g_main_context_pop_thread_default(context.get()); }
+  [[nodiscard]] GMainContext* Get() const { return context.get(); }
+
+ private:
+  GMainContextPtr context{g_main_context_new()};
 };
 
-void CancelAtDeadline(WatchdogState* state) {
-  std::unique_lock lock(state->mutex);
-  const auto deadline = std::chrono::steady_clock::now() + state->timeout;
-  const bool finished =
-      state->condition.wait_until(lock, deadline, [state] { return state->finished; });
-  if (!finished) {
-    g_cancellable_cancel(state->cancellable.get());
-  }
+gboolean Cancel(gpointer cancellable) {
+  g_cancellable_cancel(static_cast<GCancellable*>(cancellable));
+  return G_SOURCE_REMOVE;
 }
 
-void Finish(WatchdogState* state) {
-  {
-    const std::scoped_lock lock(state->mutex);
-    state->finished = true;
+// Cancels when the time is up, as GLib's monotonic clock tells it; never after its own end.
+class Deadline {
+ public:
+  Deadline(GMainContext* context, std::chrono::milliseconds timeout, GCancellable* cancellable)
+      : source(g_timeout_source_new(static_cast<guint>(timeout.count()))) {
+    g_source_set_callback(source.get(), Cancel, cancellable, nullptr);
+    g_source_attach(source.get(), context);
   }
-  state->condition.notify_one();
+  Deadline(const Deadline&) = delete;
+  Deadline& operator=(const Deadline&) = delete;
+  ~Deadline() { g_source_destroy(source.get()); }
+
+ private:
+  GSourcePtr source;
+};
+
+void KeepResult(GObject* /*process*/, GAsyncResult* result, gpointer kept) {
+  static_cast<GObjectPtr<GAsyncResult>*>(kept)->reset(
+      static_cast<GAsyncResult*>(g_object_ref(result)));
 }
 
 }  // namespace
@@ -62,14 +74,19 @@ bool ProcessIsAlive(GSubprocess* process) {
   return fields == 3 && state != 'Z' && state != 'X';
 }
 
+// Not g_subprocess_wait with a thread that cancels it: a cancellation that falls between its first
+// look at the cancellable and its waiting is lost, and the wait then lasts as long as the child.
 bool WaitForProcess(GSubprocess* process, std::chrono::milliseconds timeout) {
-  WatchdogState state{.timeout = timeout, .mutex = {}, .condition = {}};
-  std::thread watchdog(CancelAtDeadline, &state);
+  const PrivateContext context;
+  const GObjectPtr<GCancellable> cancellable(g_cancellable_new());
+  GObjectPtr<GAsyncResult> result;
+  g_subprocess_wait_async(process, cancellable.get(), KeepResult, &result);
+  const Deadline deadline(context.Get(), timeout, cancellable.get());
+  while (result == nullptr) {
+    g_main_context_iteration(context.Get(), TRUE);
+  }
   GErrorSlot error;
-  const bool ended = g_subprocess_wait(process, state.cancellable.get(), error.Out()) != FALSE;
-  Finish(&state);
-  watchdog.join();
-  return ended;
+  return g_subprocess_wait_finish(process, result.get(), error.Out()) != FALSE;
 }
 
 }  // namespace quorvex::linux_service

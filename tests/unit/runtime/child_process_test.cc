@@ -2,7 +2,6 @@
 #include "runtime/child_process.h"
 
 #include <gtest/gtest.h>
-#include <linux/futex.h>
 #include <sys/mount.h>
 
 #include <chrono>
@@ -14,7 +13,6 @@
 #include "runtime/glib_ptr.h"
 #include "tests/unit/runtime/case_name.h"
 #include "tests/unit/runtime/private_world.h"
-#include "tests/unit/runtime/system_call_watch.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -174,10 +172,13 @@ TEST_F(AWait, GivesUpAtItsDeadlineAndLeavesTheChildAlone) {
   EXPECT_TRUE(ProcessIsAlive(child.Get()));
 }
 
+// The end of the time may fall anywhere into the beginning of the wait, so that is tried often.
 TEST_F(AWait, MayHaveNoTimeAtAll) {
   Child child({"/bin/sleep", "1000"});
-  EXPECT_FALSE(WaitFor(child, milliseconds(0)));
-  EXPECT_LT(elapsed, kSoonEnough);
+  for (int round = 0; round < 300; ++round) {
+    ASSERT_FALSE(WaitFor(child, milliseconds(0)));
+    ASSERT_LT(elapsed, kSoonEnough);
+  }
   EXPECT_TRUE(ProcessIsAlive(child.Get()));
 }
 
@@ -219,25 +220,6 @@ TEST_F(AWait, MayRunBesideAnother) {
   std::thread other([&] { EXPECT_FALSE(WaitForProcess(running.Get(), kSoon)); });
   EXPECT_TRUE(WaitForProcess(ending.Get(), kForEver));
   other.join();
-}
-
-// Setting the clock would move it for the whole machine, so the wait's system call is looked at:
-// by default the kernel measures it on the monotonic clock.
-TEST_F(AWait, IsMeasuredOnTheMonotonicClock) {
-  // GLib's own thread must not come into being under the watch.
-  Child child({"/bin/sleep", "1000"});
-  const auto calls = test::Watch(
-      {"futex"}, [](const test::SystemCall&) { return test::Answer::Proceed(); },
-      [&] { EXPECT_FALSE(WaitFor(child, kSoon)); });
-  int timedWaits = 0;
-  for (const test::SystemCall& call : calls) {
-    const auto operation = static_cast<int>(call.arguments[1]);
-    if ((operation & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET && call.arguments[3] != 0) {
-      ++timedWaits;
-      EXPECT_EQ(operation & FUTEX_CLOCK_REALTIME, 0);
-    }
-  }
-  EXPECT_GE(timedWaits, 1);
 }
 
 }  // namespace
