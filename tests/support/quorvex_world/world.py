@@ -80,6 +80,8 @@ class World(Machine):
         shutil.rmtree(self.path("/usr/libexec/quorvexvpn"), ignore_errors=True)
         for leftover in self.path("/usr/libexec").glob("quorvexvpn*"):
             leftover.unlink()
+        # A machine has the engines that its test puts there; /media keeps what Debian installed.
+        self.path("/usr/sbin/openvpn").unlink(missing_ok=True)
         for name, line in (("passwd", "{0}:x:{1}:{1}::/nonexistent:/bin/sh\n"),
                            ("group", "{0}:x:{1}:\n")):
             with self.path(f"/etc/{name}").open("a") as table:
