@@ -7,48 +7,17 @@
 #include <string>
 
 #include "runtime/glib_ptr.h"
+#include "runtime/private_context.h"
 
 namespace quorvex::linux_service {
 namespace {
 
 using FilePtr = std::unique_ptr<FILE, ReleaseWith<fclose>>;
 
-using GMainContextPtr = std::unique_ptr<GMainContext, ReleaseWith<g_main_context_unref>>;
-using GSourcePtr = std::unique_ptr<GSource, ReleaseWith<g_source_unref>>;
-
-// A main context for one wait: nothing else of the service runs in it.
-class PrivateContext {
- public:
-  PrivateContext() { g_main_context_push_thread_default(context.get()); }
-  PrivateContext(const PrivateContext&) = delete;
-  PrivateContext& operator=(const PrivateContext&) = delete;
-  ~PrivateContext() { g_main_context_pop_thread_default(context.get()); }
-  [[nodiscard]] GMainContext* Get() const { return context.get(); }
-
- private:
-  GMainContextPtr context{g_main_context_new()};
-};
-
 gboolean Cancel(gpointer cancellable) {
   g_cancellable_cancel(static_cast<GCancellable*>(cancellable));
   return G_SOURCE_REMOVE;
 }
-
-// Cancels when the time is up, as GLib's monotonic clock tells it; never after its own end.
-class Deadline {
- public:
-  Deadline(GMainContext* context, std::chrono::milliseconds timeout, GCancellable* cancellable)
-      : source(g_timeout_source_new(static_cast<guint>(timeout.count()))) {
-    g_source_set_callback(source.get(), Cancel, cancellable, nullptr);
-    g_source_attach(source.get(), context);
-  }
-  Deadline(const Deadline&) = delete;
-  Deadline& operator=(const Deadline&) = delete;
-  ~Deadline() { g_source_destroy(source.get()); }
-
- private:
-  GSourcePtr source;
-};
 
 void KeepResult(GObject* /*process*/, GAsyncResult* result, gpointer kept) {
   static_cast<GObjectPtr<GAsyncResult>*>(kept)->reset(
@@ -81,9 +50,10 @@ bool WaitForProcess(GSubprocess* process, std::chrono::milliseconds timeout) {
   const GObjectPtr<GCancellable> cancellable(g_cancellable_new());
   GObjectPtr<GAsyncResult> result;
   g_subprocess_wait_async(process, cancellable.get(), KeepResult, &result);
-  const Deadline deadline(context.Get(), timeout, cancellable.get());
+  const ContextTimer deadline(context, static_cast<guint>(timeout.count()), Cancel,
+                              cancellable.get());
   while (result == nullptr) {
-    g_main_context_iteration(context.Get(), TRUE);
+    context.RunOnce();
   }
   GErrorSlot error;
   return g_subprocess_wait_finish(process, result.get(), error.Out()) != FALSE;

@@ -25,7 +25,9 @@ template <typename T>
 using GObjectPtr = std::unique_ptr<T, ReleaseWith<g_object_unref>>;
 
 using GCharPtr = std::unique_ptr<char, ReleaseWith<g_free>>;
+using GMainContextPtr = std::unique_ptr<GMainContext, ReleaseWith<g_main_context_unref>>;
 using GMainLoopPtr = std::unique_ptr<GMainLoop, ReleaseWith<g_main_loop_unref>>;
+using GSourcePtr = std::unique_ptr<GSource, ReleaseWith<g_source_unref>>;
 using GVariantPtr = std::unique_ptr<GVariant, ReleaseWith<g_variant_unref>>;
 using GDBusNodeInfoPtr = std::unique_ptr<GDBusNodeInfo, ReleaseWith<g_dbus_node_info_unref>>;
 
@@ -43,6 +45,9 @@ class GErrorSlot {
     return &error;
   }
   [[nodiscard]] bool IsSet() const { return error != nullptr; }
+  [[nodiscard]] bool Matches(GQuark domain, int code) const {
+    return g_error_matches(error, domain, code) != FALSE;
+  }
   // The error's own text, or `fallback` when no error is set.
   [[nodiscard]] const char* MessageOr(const char* fallback) const {
     return error != nullptr ? error->message : fallback;

@@ -58,8 +58,11 @@ void Respond(int notifications, std::uint64_t id, const Answer& answer,
   Require(seccomp_notify_respond(notifications, response) == 0, "answer");
 }
 
-// Until the last watched thread has ended, which the kernel reports as a hang-up.
-std::vector<SystemCall> AnswerCalls(int notifications, const Judge& judge) {
+// Until the last watched thread has ended, which the kernel reports as a hang-up. What the thread
+// does after its body is the runtime's own (sanitizers free their records of it) and does not
+// count.
+std::vector<SystemCall> AnswerCalls(int notifications, const Judge& judge,
+                                    const std::atomic<bool>& bodyEnded) {
   std::vector<SystemCall> calls;
   seccomp_notif* request = nullptr;
   seccomp_notif_resp* response = nullptr;
@@ -69,6 +72,10 @@ std::vector<SystemCall> AnswerCalls(int notifications, const Judge& judge) {
     // The kernel takes only an empty record to fill.
     *request = {};
     Require(seccomp_notify_receive(notifications, request) == 0, "receive");
+    if (bodyEnded) {
+      Respond(notifications, request->id, Answer::Proceed(), response);
+      continue;
+    }
     calls.push_back(Describe(request->data));
     Respond(notifications, request->id, judge(calls.back()), response);
   }
@@ -82,14 +89,16 @@ std::vector<SystemCall> Watch(const std::vector<const char*>& names, const Judge
                               const std::function<void()>& body) {
   // Any way of waking the watcher might itself be a watched call, so it looks.
   std::atomic<int> notifications{-1};
+  std::atomic<bool> bodyEnded{false};
   std::thread watched([&] {
     notifications = WatchThisThread(names);
     body();
+    bodyEnded = true;
   });
   while (notifications < 0) {
     std::this_thread::yield();
   }
-  std::vector<SystemCall> calls = AnswerCalls(notifications, judge);
+  std::vector<SystemCall> calls = AnswerCalls(notifications, judge, bodyEnded);
   watched.join();
   // libseccomp keeps one listener for the process: this closes it and makes room for the next.
   seccomp_reset(nullptr, 0);
