@@ -22,29 +22,38 @@ bool IsLiteralAddress(const std::string& host) {
 }
 
 // A name that does not resolve contributes nothing.
-void AddResolved(GResolver* resolver, const std::string& host,
-                 std::vector<std::string>* addresses) {
-  const AddressListPtr found(g_resolver_lookup_by_name(resolver, host.c_str(), nullptr, nullptr));
+std::vector<std::string> AskResolver(const std::string& host) {
+  std::vector<std::string> addresses;
+  const GObjectPtr<GResolver> resolver(g_resolver_get_default());
+  const AddressListPtr found(
+      g_resolver_lookup_by_name(resolver.get(), host.c_str(), nullptr, nullptr));
   for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
     const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
-    AddAddress(addresses, text.get());
+    addresses.emplace_back(text.get());
   }
+  return addresses;
 }
 
 }  // namespace
 
-std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
-                                                  const std::string& configuration) {
+std::vector<std::string> CollectEndpointAddresses(EngineKind kind, const std::string& configuration,
+                                                  const NameLookUp& lookUp) {
   std::vector<std::string> addresses;
-  const GObjectPtr<GResolver> resolver(g_resolver_get_default());
   for (const std::string& host : CollectEndpointHosts(kind, configuration)) {
     if (IsLiteralAddress(host)) {
       AddAddress(&addresses, host);
-    } else if (resolver != nullptr) {
-      AddResolved(resolver.get(), host, &addresses);
+      continue;
+    }
+    for (const std::string& address : lookUp(host)) {
+      AddAddress(&addresses, address);
     }
   }
   return addresses;
+}
+
+std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
+                                                  const std::string& configuration) {
+  return CollectEndpointAddresses(kind, configuration, AskResolver);
 }
 
 }  // namespace quorvex::linux_service

@@ -4,6 +4,7 @@
 // and to the VPN servers themselves.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,13 @@ namespace quorvex::linux_service {
 // is left out; never fails.
 [[nodiscard]] std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
                                                                 const std::string& configuration);
+
+// The same with another way to look names up, in place of the system's resolver. `lookUp` is asked
+// for one name at a time, in order of appearance, and returns literal addresses.
+using NameLookUp = std::function<std::vector<std::string>(const std::string& name)>;
+[[nodiscard]] std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
+                                                                const std::string& configuration,
+                                                                const NameLookUp& lookUp);
 
 // Loads the table for the tunnel `interface` and the servers' `addresses`, replacing an earlier one
 // in one transaction; a failure leaves the previous state as it was. Blocks for at most about six

@@ -10,7 +10,9 @@
 #include "runtime/child_process.h"
 #include "runtime/constants.h"
 #include "runtime/engine_files.h"
+#include "runtime/leak_protection.h"
 #include "runtime/private_files.h"
+#include "runtime/server_look_up.h"
 #include "runtime/wireguard_engine.h"
 
 namespace quorvex::linux_service {
@@ -71,7 +73,9 @@ bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
   if (!Recover(error)) {
     return false;
   }
-  if (cancelled()) {
+  // Once the tunnel takes all traffic, nobody could answer before it works.
+  const std::vector<std::string> names = CollectServerNames(engine, rawConfig);
+  if (!LookUpServers(names, cancelled, &namedServers) || cancelled()) {
     return Fail(kCancelled, error);
   }
   if (engine == EngineKind::kWireGuard) {
@@ -85,6 +89,7 @@ bool EngineRuntime::Stop(std::string* error) {
   // without a way to reconnect.
   std::string killSwitchError;
   const bool unblocked = RemoveKillSwitch(&killSwitchError);
+  CloseWayIntoTunnel();
   if (!StopEngine(error)) {
     return false;
   }
@@ -121,6 +126,7 @@ void EngineRuntime::ForgetEngine() {
   process.reset();
   kind = EngineKind::kUnsupported;
   activeConfigPath.clear();
+  namedServers.clear();
 }
 
 bool EngineRuntime::Recover(std::string* error) {
@@ -143,11 +149,22 @@ bool EngineRuntime::PollUnexpectedExit(std::string* error) {
 }
 
 bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig, std::string* error) {
+  return ApplyLeakProtection(
+      rawConfig, [] { return false; }, error);
+}
+
+bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig,
+                                        const std::function<bool()>& cancelled,
+                                        std::string* error) {
   const std::string interface = TunnelInterfaceFor(kind);
   if (interface.empty()) {
     return Fail(kNoTunnel, error);
   }
-  return ApplyKillSwitch(interface, CollectEndpointAddresses(kind, rawConfig), error);
+  std::vector<std::string> addresses =
+      AddressesToLetThrough(kind, rawConfig, namedServers, cancelled);
+  MakeReadableForNft(&addresses);
+  OpenWayIntoTunnel(kind, rawConfig);
+  return ApplyKillSwitch(interface, addresses, error);
 }
 
 }  // namespace quorvex::linux_service

@@ -7,9 +7,11 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "runtime/engine_catalogue.h"
 #include "runtime/glib_ptr.h"
+#include "runtime/server_look_up.h"
 
 namespace quorvex::linux_service {
 
@@ -49,7 +51,12 @@ class EngineRuntime {
   // `error` says which engine it was. A kill switch stays, so that nothing leaks.
   [[nodiscard]] bool PollUnexpectedExit(std::string* error);
   // Closes the firewall around the tunnel that is up, for the servers that `rawConfig` names.
+  // Looks names up once more, for as long as the system's resolver needs but at most five seconds;
+  // `cancelled`, asked on this thread, ends that earlier.
   [[nodiscard]] bool ApplyLeakProtection(const std::string& rawConfig, std::string* error);
+  [[nodiscard]] bool ApplyLeakProtection(const std::string& rawConfig,
+                                         const std::function<bool()>& cancelled,
+                                         std::string* error);
 
  private:
   [[nodiscard]] bool StartWireGuard(const std::string& config,
@@ -66,6 +73,8 @@ class EngineRuntime {
   // Only the process engines have one: wg-quick exits once its interface is up.
   GObjectPtr<GSubprocess> process;
   std::string activeConfigPath;
+  // What was looked up for the engine before its start.
+  std::vector<NamedServer> namedServers;
 };
 
 }  // namespace quorvex::linux_service

@@ -33,7 +33,8 @@ void FinishWorker(Service* service) {
 // A kill switch that cannot be applied does not fail the connection.
 void ApplyKillSwitchFor(const ConnectRequest& request) {
   std::string killError;
-  if (request.service->runtime.ApplyLeakProtection(request.rawConfig, &killError)) {
+  const auto cancelled = [&request] { return IsCancelled(request); };
+  if (request.service->runtime.ApplyLeakProtection(request.rawConfig, cancelled, &killError)) {
     EmitLog(request.service, "info", "Kill switch active for this tunnel.");
   } else {
     EmitLog(request.service, "warning", "Kill switch could not be applied: " + killError);

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What leak protection needs beside the firewall's table, so that it never cuts off the tunnel that
+// it protects.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "runtime/engine_catalogue.h"
+#include "runtime/server_look_up.h"
+
+namespace quorvex::linux_service {
+
+// The addresses to let through for a running engine: those that the configuration names now, and
+// after them those that were looked up before the start (`servers`). A name may have other answers
+// through the tunnel, or none; the engine talks to the earlier ones. With literal addresses alone
+// the list is what CollectEndpointAddresses returns. Look-ups end when `cancelled`, asked on the
+// calling thread, returns true, and after five seconds in all.
+[[nodiscard]] std::vector<std::string> AddressesToLetThrough(
+    EngineKind engine, const std::string& rawConfig, const std::vector<NamedServer>& servers,
+    const std::function<bool()>& cancelled);
+
+// Keeps one address that nftables cannot read (a scope, an IPv4 tail) from costing all others their
+// place: beside readable ones it is written in a readable way or left out. Addresses that are all
+// unreadable stay, and so does nftables' refusal. Pure.
+void MakeReadableForNft(std::vector<std::string>* addresses);
+
+// Opens sing-box's own way into its tunnel, which the firewall's table would close; for the other
+// engines nothing. If that fails, the journal says that all traffic will be blocked.
+void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig);
+
+// Takes it back, whichever engine it was for, and also after an earlier run of the service. What
+// goes wrong is told to the journal.
+void CloseWayIntoTunnel();
+
+}  // namespace quorvex::linux_service
