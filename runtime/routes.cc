@@ -9,10 +9,14 @@
 namespace quorvex::linux_service {
 namespace {
 
-const ArgumentVector kIpv4Query = {kIpBinary, "-4", "route", "show", "table", "all"};
-const ArgumentVector kIpv6Query = {kIpBinary, "-6", "route", "show", "table", "all"};
+ArgumentVector AllRoutes(const char* family) {
+  return {kIpBinary, family, "route", "show", "table", "all"};
+}
+
 // sing-box keeps its routes in a table of its own.
-const ArgumentVector kSingBoxQuery = {kIpBinary, "-4", "route", "show", "table", "2022", "default"};
+ArgumentVector SingBoxDefaultRoute() {
+  return {kIpBinary, "-4", "route", "show", "table", "2022", "default"};
+}
 
 bool QueryShowsDefault(const ArgumentVector& query, const char* interface) {
   std::string output;
@@ -22,7 +26,7 @@ bool QueryShowsDefault(const ArgumentVector& query, const char* interface) {
 bool XrayHasFullRoute() {
   std::string ipv4;
   std::string ipv6;
-  return CaptureCommand(kIpv4Query, &ipv4) && CaptureCommand(kIpv6Query, &ipv6) &&
+  return CaptureCommand(AllRoutes("-4"), &ipv4) && CaptureCommand(AllRoutes("-6"), &ipv6) &&
          OutputContainsRoute(ipv4, "default", kXrayInterface) &&
          OutputContainsRoute(ipv6, "default", kXrayInterface);
 }
@@ -30,17 +34,17 @@ bool XrayHasFullRoute() {
 // wg-quick may route only one address family; either suffices.
 bool WireGuardHasFullRoute() {
   std::string ipv4;
-  if (!CaptureCommand(kIpv4Query, &ipv4)) {
+  if (!CaptureCommand(AllRoutes("-4"), &ipv4)) {
     return false;
   }
   return OutputContainsRoute(ipv4, "default", kWireGuardInterface) ||
-         QueryShowsDefault(kIpv6Query, kWireGuardInterface);
+         QueryShowsDefault(AllRoutes("-6"), kWireGuardInterface);
 }
 
 // OpenVPN may cover everything with two half-routes, which leaves the old default route in place.
 bool OpenVpnHasFullRoute() {
   std::string ipv4;
-  return CaptureCommand(kIpv4Query, &ipv4) &&
+  return CaptureCommand(AllRoutes("-4"), &ipv4) &&
          (OutputContainsRoute(ipv4, "default", kOpenVpnInterface) ||
           (OutputContainsRoute(ipv4, "0.0.0.0/1", kOpenVpnInterface) &&
            OutputContainsRoute(ipv4, "128.0.0.0/1", kOpenVpnInterface)));
@@ -63,7 +67,7 @@ bool OutputContainsRoute(const std::string& output, std::string_view prefix,
 bool HasFullRoute(EngineKind kind) {
   switch (kind) {
     case EngineKind::kSingBox:
-      return QueryShowsDefault(kSingBoxQuery, kSingBoxInterface);
+      return QueryShowsDefault(SingBoxDefaultRoute(), kSingBoxInterface);
     case EngineKind::kXray:
       return XrayHasFullRoute();
     case EngineKind::kWireGuard:
