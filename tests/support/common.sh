@@ -6,9 +6,12 @@
 
 # Debian packages that the build needs, and what a world of the tests and the demo needs.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libglib2.0-dev libpolkit-gobject-1-dev
-  libjson-glib-dev)
+  libjson-glib-dev libmnl-dev)
 WORLD_PACKAGES=(dbus-daemon polkitd iproute2 iputils-ping nftables wireguard-tools wireguard-go
   tcpdump curl procps util-linux python3 python3-gi python3-pytest)
+# What the tunnel kind needs beside WireGuard: an engine, certificates for it, a name server, and
+# what fetches the engines that Debian does not have.
+ENGINE_PACKAGES=(openvpn openssl dnsmasq-base python3-pip)
 # The debuggers' tracer sees system calls; seccomp makes them fail in unit tests.
 TEST_PACKAGES=(libgtest-dev libgmock-dev libseccomp-dev strace)
 # Only the lint and the coverage report.
@@ -63,6 +66,15 @@ build() {
     tail -n 60 "$log" >&2
     echo "The build of preset $preset failed; the whole log is in $log." >&2
     exit 1
+  fi
+}
+
+# fetch_engines: sing-box and Xray, which Debian does not have. What needs them is skipped without.
+fetch_engines() {
+  if tests/support/engines; then
+    say "engines: sing-box and Xray are in build/engines"
+  else
+    say "engines: no sing-box and no Xray, see above"
   fi
 }
 

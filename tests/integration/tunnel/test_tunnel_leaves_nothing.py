@@ -4,12 +4,10 @@
 import pytest
 
 from quorvex_world import BusError, diff_states
-from tunnel_steps import DIRECT4, DIRECT6, FAR4, FAR6, TUNNEL4, all_as, is_flow, strangers
+from tunnel_steps import (
+    DIRECT4, DIRECT6, FAR4, FAR6, FIRST_CONNECT_LEAVES, TUNNEL4, all_as, is_flow, strangers)
 
 pytestmark = pytest.mark.tunnel
-
-# The private directory is made at the first connect and stays, empty.
-FIRST_CONNECT_LEAVES = "runtime_files: +drwx------ quorvexvpn"
 
 
 def test_after_a_disconnect_the_machine_is_as_it_was(machine):

@@ -1,13 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """Tunnels that change hands: disconnects that come early or twice, another server, the same server again and again."""
 
-import re
-from pathlib import Path
-
 import pytest
 
 from quorvex_world import WireGuardServer, diff_states, wireguard
-from tunnel_steps import CONFIG, DIRECT4, FAR4, SERVER, TUNNEL4, all_as, is_flow, strangers
+from tunnel_steps import (
+    CONFIG, DIRECT4, FAR4, SERVER, TUNNEL4, all_as, await_idle, is_flow, own_kilobytes, strangers)
 
 pytestmark = pytest.mark.tunnel
 
@@ -93,18 +91,6 @@ def test_a_second_connect_that_fails_leaves_no_tunnel_at_all(settled):
     assert diff_states(before, settled.world.state()) == ""
     assert settled.traffic(FAR4) == all_as(DIRECT4)
     assert not settled.summary().endswith("repair required")
-
-
-def await_idle(machine) -> None:
-    """The worker publishes its result a moment before its thread ends."""
-    names = lambda: machine.service.threads().values()
-    machine.world.poll(lambda: not any(name.startswith("quorvex-engine") for name in names()), what="no worker")
-
-
-def own_kilobytes(host_pid: int) -> int:
-    """Memory that no file backs: pages of libraries change between private and shared with what else runs."""
-    rollup = Path(f"/proc/{host_pid}/smaps_rollup").read_text()
-    return int(re.search(r"^Anonymous: +(\d+) kB", rollup, re.M).group(1))
 
 
 @pytest.mark.slow

@@ -3,37 +3,44 @@
 
 import re
 from dataclasses import dataclass
+from pathlib import Path
 
-from quorvex_world import Client, Service, WireGuardServer
+from quorvex_world import Client, Service, TunnelServer, WireGuardServer, engines
 
 # The far server answers on these. Without a tunnel it sees the client's address on the cable.
 FAR4, FAR6 = "203.0.113.9", "2001:db8:113::9"
 DIRECT4, DIRECT6 = "10.99.0.1", "fd99::1"
 TUNNEL4, TUNNEL6 = "10.8.0.2", "fd08::2"
 SERVER = "10.99.0.2.51820"
+# The server's machine has one more address on the cable.
+SECOND_ADDRESS = "10.99.0.3"
 
 IP = "/usr/bin/ip"
 CONFIG = "/run/quorvexvpn/quorvexvpn.conf"
 REPAIR_REQUIRED = "; cleanup repair required"
+# The private directory is made at the first connect and stays, empty.
+FIRST_CONNECT_LEAVES = "runtime_files: +drwx------ quorvexvpn"
 
 # What neighbours say to each other on any cable; ND and MLD are ICMPv6 types of their own.
 LINK_NOISE = re.compile(r"ARP, |ICMP6, (neighbor|router) |HBH ICMP6, multicast listener ")
 DATAGRAM = re.compile(r"IP6? (\S+) > (\S+): UDP, length \d+")
 
 
-def furnish(world) -> None:
-    """Real tools, and across a cable a WireGuard server before web and echo servers of both families."""
+def furnish(world, kind: type[TunnelServer] = WireGuardServer, **options) -> None:
+    """Real tools, and across a cable one engine's server before web and echo servers of both families."""
     world.real_tools()
+    engines.install(world, kind.engine)
     server = world.server = world.peer("server")
     world.link(server, f"{DIRECT4}/24", "10.99.0.2/24", v6=(f"{DIRECT6}/64", "fd99::2/64"))
     # Link-local addresses come and settle by themselves for a second or two, which would pass for a change.
     world.run([IP, "-6", "address", "flush", "dev", "phys0", "scope", "link"])
     server.run([IP, "-6", "address", "flush", "dev", "phys0-peer", "scope", "link"])
+    server.add_address(f"{SECOND_ADDRESS}/24", device="phys0-peer")
     for address, length in ((FAR4, 32), (FAR6, 128)):
         server.add_address(f"{address}/{length}")
         server.http_server(address)
         server.udp_echo(address)
-    world.wireguard = WireGuardServer(server)
+    world.tunnel = kind(server, **options)
 
 
 def strangers(packets: list[str], server: str = SERVER) -> list[str]:
@@ -73,12 +80,14 @@ class Machine:
 
     @property
     def wireguard(self) -> WireGuardServer:
-        return self.world.wireguard
+        return self.world.tunnel
 
-    def connect(self, profile: str | None = None, kill_switch: bool = False, name: str = "home") -> None:
+    def connect(self, profile: str | None = None, kill_switch: bool = False, name: str = "home",
+                through: TunnelServer | None = None) -> None:
+        server = through or self.world.tunnel
         self.alice.mark()
-        self.alice.connect(name, "wireGuard", profile or self.wireguard.profile(), kill_switch=kill_switch)
-        self.alice.wait_log("WireGuard tunnel connected.")
+        self.alice.connect(name, server.protocol, profile or server.profile(), kill_switch=kill_switch)
+        self.alice.wait_log(f"{server.engine} tunnel connected.")
 
     def disconnect(self) -> None:
         self.alice.mark()
@@ -112,7 +121,23 @@ class Machine:
             found += [f"{top}/{entry.relative_to(root)}" for entry in root.rglob("*")]
         return sorted(name for name in found if not name.startswith(("/run/world/", "/run/netns/")))
 
+    def processes_of(self, path: str) -> list[dict]:
+        """Running processes that are started as this program."""
+        return [process for process in self.world.processes() if process["argv"][:1] == [path]]
+
     def engines(self) -> list[int]:
         """The client's running WireGuard engines, as the world counts processes."""
         return [process["pid"] for process in self.world.processes()
                 if "wireguard-go" in process["argv"][0] and process["argv"][-1] == "quorvexvpn"]
+
+
+def await_idle(machine) -> None:
+    """The worker publishes its result a moment before its thread ends."""
+    names = lambda: machine.service.threads().values()
+    machine.world.poll(lambda: not any(name.startswith("quorvex-engine") for name in names()), what="no worker")
+
+
+def own_kilobytes(host_pid: int) -> int:
+    """Memory that no file backs: pages of libraries change between private and shared with what else runs."""
+    rollup = Path(f"/proc/{host_pid}/smaps_rollup").read_text()
+    return int(re.search(r"^Anonymous: +(\d+) kB", rollup, re.M).group(1))

@@ -4,19 +4,23 @@
 import time
 
 from .peers import IP, Peer
+from .tunnel_server import TunnelServer
 
 WG = "/media/bin/wg"
 DEVICE = "wgs"
 
 
-class WireGuardServer:
+class WireGuardServer(TunnelServer):
     """wireguard-go at `peer`, address 10.8.0.1, one client with address 10.8.0.2."""
+
+    protocol, engine = "wireGuard", "WireGuard"
+    interface, config = "quorvexvpn", "/run/quorvexvpn/quorvexvpn.conf"
+    seen_as4, seen_as6 = "10.8.0.2", "fd08::2"
+    carries_ping = True
 
     def __init__(self, peer: Peer, endpoint: str = "10.99.0.2", port: int = 51820,
                  preshared: bool = True):
-        self.peer = peer
-        self.endpoint = f"[{endpoint}]" if ":" in endpoint else endpoint
-        self.port = port
+        super().__init__(peer, endpoint, port)
         self.server_private, self.server_public = self._key_pair()
         self.client_private, self.client_public = self._key_pair()
         self.preshared = self._wg("genpsk") if preshared else ""
@@ -29,14 +33,16 @@ class WireGuardServer:
 
     def profile(self, dns: str | None = "10.8.0.1", allowed_ips: str = "0.0.0.0/0, ::/0",
                 address: str = "10.8.0.2/32, fd08::2/128", interface: str = "",
-                peer: str = "") -> str:
+                peer: str = "", host: str | None = None) -> str:
         """A client profile; `interface` and `peer` are further lines of the two sections."""
+        named = host or self.endpoint
+        server = f"[{named}]" if ":" in named else named
         lines = ["[Interface]", f"PrivateKey = {self.client_private}", f"Address = {address}"]
         lines += [f"DNS = {dns}"] if dns else []
         lines += [interface] if interface else []
         lines += ["", "[Peer]", f"PublicKey = {self.server_public}"]
         lines += [f"PresharedKey = {self.preshared}"] if self.preshared else []
-        lines += [f"Endpoint = {self.endpoint}:{self.port}", f"AllowedIPs = {allowed_ips}"]
+        lines += [f"Endpoint = {server}:{self.port}", f"AllowedIPs = {allowed_ips}"]
         lines += [peer] if peer else []
         return "\n".join(lines) + "\n"
 
@@ -69,10 +75,15 @@ class WireGuardServer:
             f"link set {DEVICE} up"]))
 
     def _hide_daemon(self) -> None:
-        """The server's engine is part of the scenery, not of what the service may leave."""
-        for process in self.peer.world.processes():
-            if process["argv"][-2:] == ["wireguard-go", DEVICE] or process["argv"][-1:] == [DEVICE]:
-                self.peer.world.hide_process(process["host_pid"])
+        """The server's engine is part of the scenery, not of what the service may leave.
+
+        It goes into the background by starting itself anew, and shows no name in the midst of that.
+        """
+        world = self.peer.world
+        daemons = lambda: [process["host_pid"] for process in world.processes()
+                           if process["argv"][-1:] == [DEVICE]]
+        for host_pid in world.poll(daemons, what="the server's engine"):
+            world.hide_process(host_pid)
 
     def _key_pair(self) -> tuple[str, str]:
         private = self._wg("genkey")
