@@ -3,10 +3,8 @@
 
 #include <sys/stat.h>
 
-#include <chrono>
-#include <csignal>
-
 #include "killswitch/kill_switch.h"
+#include "runtime/child_end.h"
 #include "runtime/child_process.h"
 #include "runtime/constants.h"
 #include "runtime/engine_files.h"
@@ -17,8 +15,6 @@
 
 namespace quorvex::linux_service {
 namespace {
-
-constexpr std::chrono::milliseconds kStopTimeout{8000};
 
 constexpr char kCancelled[] = "The VPN connection request was cancelled.";
 constexpr char kUnavailable[] = " runtime is unavailable. Repair the QuorvexVPN installation.";
@@ -35,20 +31,6 @@ bool HasWireGuardLeftovers() {
   struct stat status = {};
   return (lstat(kWireGuardConfig, &status) == 0 && S_ISREG(status.st_mode)) ||
          g_file_test(kWireGuardInterfacePath, G_FILE_TEST_IS_DIR) != FALSE;
-}
-
-// Waits for the child's end, by force after kStopTimeout. True when it ended in time.
-bool EndProcess(GSubprocess* process) {
-  if (ProcessIsAlive(process)) {
-    g_subprocess_send_signal(process, SIGTERM);
-  }
-  if (WaitForProcess(process, kStopTimeout)) {
-    return true;
-  }
-  g_subprocess_force_exit(process);
-  // Nothing can cancel this wait, and SIGKILL leaves nothing to wait for in vain.
-  static_cast<void>(g_subprocess_wait(process, nullptr, nullptr));
-  return false;
 }
 
 }  // namespace
@@ -112,7 +94,7 @@ bool EngineRuntime::StopProcess(std::string* error) {
     return true;
   }
   const EngineKind stopped = kind;
-  const bool inTime = EndProcess(process.get());
+  const bool inTime = EndChild(process.get());
   ForgetEngine();
   std::string removalError;
   const bool removed = RemoveConfigFor(stopped, &removalError);

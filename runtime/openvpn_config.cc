@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/openvpn_config.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <string_view>
 
@@ -15,12 +13,7 @@ namespace {
 constexpr std::string_view kWhitespace = " \t\n\v\f\r";
 constexpr std::string_view kDirective = "dev ";
 
-// No lower-case copies: the lines compared here may hold keys.
-bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
-  return std::ranges::equal(left, right, [](char one, char other) {
-    return g_ascii_tolower(one) == g_ascii_tolower(other);
-  });
-}
+// No lower-case copies below: the lines that are compared may hold keys.
 
 // The name of the inline block that a trimmed line opens; empty for any other line.
 std::string_view OpenedBlock(std::string_view line) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "runtime/secret_traces.h"
 #include "runtime/secure_clear.h"
 #include "service/authorization.h"
 #include "service/bus_errors.h"
@@ -26,6 +27,7 @@ using linux_service::EngineName;
 using linux_service::SecureClear;
 using linux_service::ValidateProfile;
 using linux_service::ValidationResult;
+using linux_service::WipeSecretTraces;
 
 constexpr char kRuntimeMissing[] = " runtime is missing. Repair the QuorvexVPN installation.";
 
@@ -141,10 +143,16 @@ void RefuseConnect(const Call& call, Profile* profile, const BusError& error,
   ReturnError(call.invocation, error, message);
 }
 
+ValidationResult Validate(const Profile& profile) {
+  ValidationResult verdict = ValidateProfile(profile.id, profile.protocol, profile.rawConfig);
+  WipeSecretTraces();
+  return verdict;
+}
+
 void HandleConnect(const Call& call) {
   Service* service = call.service;
   Profile profile = ReadProfile(call.parameters);
-  const ValidationResult verdict = ValidateProfile(profile.id, profile.protocol, profile.rawConfig);
+  const ValidationResult verdict = Validate(profile);
   if (!verdict.valid) {
     RefuseConnect(call, &profile, kInvalidProfile, verdict.message);
     return;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 
+#include "runtime/secret_traces.h"
 #include "runtime/secure_clear.h"
 #include "service/service.h"
 #include "service/snapshot.h"
@@ -96,6 +97,7 @@ gpointer ConnectWorker(gpointer data) {
   const std::unique_ptr<ConnectRequest> request(static_cast<ConnectRequest*>(data));
   const std::scoped_lock lock(request->service->engineMutex);
   CarryOut(request.get());
+  linux_service::WipeSecretTraces();
   FinishWorker(request->service);
   return nullptr;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 
 #include "validation/json_text_guard.h"
@@ -18,19 +19,20 @@ constexpr const char* kMalformed = "The JSON VPN configuration is malformed.";
 constexpr const char* kNotAnObject = "The JSON VPN configuration must be an object.";
 constexpr const char* kTooComplex = "The JSON VPN configuration exceeds complexity limits.";
 
-constexpr std::array<std::string_view, 4> kFileMembers = {"certificate_path", "certificatefile",
-                                                          "key_path", "keyfile"};
+constexpr std::array<const char*, 4> kFileMembers = {"certificate_path", "certificatefile",
+                                                     "key_path", "keyfile"};
 // Xray's syntax for geographic data in files of the profile's own.
 constexpr std::array<std::string_view, 2> kExternalPrefixes = {"ext:", "ext-ip:"};
 
-// Whether `holds` is true of a member's name and value; members come in order.
+// Whether `holds` is true of a member's name and value. In no particular order: json-glib finds
+// each member anew where it keeps them in order.
 template <typename Predicate>
 bool AnyMember(JsonObject* object, Predicate holds) {
   JsonObjectIter iterator;
   const char* name = nullptr;
   JsonNode* value = nullptr;
-  json_object_iter_init_ordered(&iterator, object);
-  while (json_object_iter_next_ordered(&iterator, &name, &value) != FALSE) {
+  json_object_iter_init(&iterator, object);
+  while (json_object_iter_next(&iterator, &name, &value) != FALSE) {
     if (holds(name, value)) {
       return true;
     }
@@ -78,24 +80,46 @@ bool IsNonEmptyStringOrArray(JsonNode* node) {
   return text != nullptr && *text != '\0';
 }
 
-bool MemberIsForbiddenFile(const char* name, JsonNode* value) {
-  const bool named = std::ranges::find(kFileMembers, LowercaseAscii(name)) != kFileMembers.end();
-  return (named && IsNonEmptyStringOrArray(value)) || ContainsForbiddenFileMember(value);
-}
-
-bool IsLocalRuleSet(JsonNode* node) {
-  if (!JSON_NODE_HOLDS_OBJECT(node)) {
-    return false;
-  }
-  JsonObject* object = json_node_get_object(node);
-  return JsonStringEquals(object, "type", "local") && JsonMemberHasNonEmptyString(object, "path");
+bool NamesFile(const char* name) {
+  return std::ranges::any_of(
+      kFileMembers, [name](const char* member) { return g_ascii_strcasecmp(name, member) == 0; });
 }
 
 bool IsExternalReference(const char* text) {
-  const std::string lowered = LowercaseAscii(text);
-  return std::ranges::any_of(kExternalPrefixes, [&lowered](std::string_view prefix) {
-    return lowered.starts_with(prefix);
+  return std::ranges::any_of(kExternalPrefixes, [text](std::string_view prefix) {
+    return g_ascii_strncasecmp(text, prefix.data(), prefix.size()) == 0;
   });
+}
+
+void NoteForbiddenReferences(JsonNode* node, ForbiddenReferences* found);
+
+void NoteMembers(JsonObject* object, ForbiddenReferences* found) {
+  bool isLocal = false;
+  bool hasPath = false;
+  AnyMember(object, [&](const char* name, JsonNode* value) {
+    const char* text = StringOf(value);
+    isLocal |=
+        text != nullptr && std::strcmp(name, "type") == 0 && g_ascii_strcasecmp(text, "local") == 0;
+    hasPath |= text != nullptr && *text != '\0' && std::strcmp(name, "path") == 0;
+    found->file |= NamesFile(name) && IsNonEmptyStringOrArray(value);
+    NoteForbiddenReferences(value, found);
+    return false;
+  });
+  // A local rule set.
+  found->external |= isLocal && hasPath;
+}
+
+void NoteForbiddenReferences(JsonNode* node, ForbiddenReferences* found) {
+  if (JSON_NODE_HOLDS_OBJECT(node)) {
+    NoteMembers(json_node_get_object(node), found);
+  } else if (JSON_NODE_HOLDS_ARRAY(node)) {
+    AnyElement(json_node_get_array(node), [found](JsonNode* element) {
+      NoteForbiddenReferences(element, found);
+      return false;
+    });
+  } else if (const char* text = StringOf(node); text != nullptr) {
+    found->external |= IsExternalReference(text);
+  }
 }
 
 // The sentence for a text that json-glib must not even parse; null for all others.
@@ -146,24 +170,12 @@ bool JsonWithinLimits(JsonNode* node, std::uint64_t depth, std::uint64_t* count)
       node, [depth, count](JsonNode* child) { return !JsonWithinLimits(child, depth + 1, count); });
 }
 
-bool ContainsForbiddenFileMember(JsonNode* node) {
-  if (node == nullptr) {
-    return false;
+ForbiddenReferences FindForbiddenReferences(JsonNode* node) {
+  ForbiddenReferences found;
+  if (node != nullptr) {
+    NoteForbiddenReferences(node, &found);
   }
-  if (JSON_NODE_HOLDS_OBJECT(node)) {
-    return AnyMember(json_node_get_object(node), MemberIsForbiddenFile);
-  }
-  return AnyChild(node, ContainsForbiddenFileMember);
-}
-
-bool ContainsForbiddenExternalResource(JsonNode* node) {
-  if (node == nullptr) {
-    return false;
-  }
-  if (const char* text = StringOf(node); text != nullptr) {
-    return IsExternalReference(text);
-  }
-  return IsLocalRuleSet(node) || AnyChild(node, ContainsForbiddenExternalResource);
+  return found;
 }
 
 bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name) {
@@ -173,7 +185,7 @@ bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name) {
 
 bool JsonStringEquals(JsonObject* object, const char* name, const char* expected) {
   const char* text = StringMember(object, name);
-  return text != nullptr && LowercaseAscii(text) == LowercaseAscii(expected);
+  return text != nullptr && g_ascii_strcasecmp(text, expected) == 0;
 }
 
 bool JsonBooleanIsTrue(JsonObject* object, const char* name) {

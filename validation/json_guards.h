@@ -22,11 +22,16 @@ namespace quorvex::linux_service {
 // which counts every node on the way, stays within 100,000.
 [[nodiscard]] bool JsonWithinLimits(JsonNode* node, std::uint64_t depth, std::uint64_t* count);
 
-// Whether a member anywhere in the tree names a private key or certificate file.
-[[nodiscard]] bool ContainsForbiddenFileMember(JsonNode* node);
+// What a tree must not hold, found in one walk, since a tree may be large.
+struct ForbiddenReferences {
+  // A member anywhere names a private key or certificate file.
+  bool file = false;
+  // Something makes an engine load a file or a list of its own.
+  bool external = false;
+};
 
-// Whether anything in the tree makes an engine load a file or a list of its own.
-[[nodiscard]] bool ContainsForbiddenExternalResource(JsonNode* node);
+// All is false for a null node.
+[[nodiscard]] ForbiddenReferences FindForbiddenReferences(JsonNode* node);
 
 // All three are false for a null object and a missing member. The comparison ignores ASCII case.
 [[nodiscard]] bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name);

@@ -14,7 +14,19 @@ namespace {
 constexpr char kComment = '/';
 // The minus sign is a token of its own that says nothing about a text's shape.
 constexpr std::string_view kIdle = " \t\r\n-";
-constexpr std::string_view kWordEnds = " \t\r\n\"'/{}[]:,=";
+
+// Whether each byte ends a word.
+constexpr std::array<bool, 256> kEndsWord = [] {
+  std::array<bool, 256> ends = {};
+  for (const char byte : std::string_view(" \t\r\n\"'/{}[]:,=")) {
+    ends[static_cast<unsigned char>(byte)] = true;
+  }
+  return ends;
+}();
+
+bool EndsWord(char byte) {
+  return kEndsWord[static_cast<unsigned char>(byte)];
+}
 
 // kEnd for a byte that is no symbol.
 JsonTokenKind SymbolOf(char byte) {
@@ -36,11 +48,6 @@ JsonTokenKind SymbolOf(char byte) {
     default:
       return JsonTokenKind::kEnd;
   }
-}
-
-// The first of `stops` in `text`, or the text's end.
-std::size_t FindOrEnd(std::string_view text, std::string_view stops) {
-  return std::min(text.find_first_of(stops), text.size());
 }
 
 // Takes the next byte off `rest`; at the end it is NUL, which no text holds.
@@ -181,11 +188,12 @@ bool JsonTokenReader::SkipIdleText() {
 
 // Only double quotes know escapes.
 JsonTokenKind JsonTokenReader::TakeString(char quote) {
-  const std::string_view stops = quote == '"' ? "\"\\" : "'";
   rest.remove_prefix(1);
   unescaped.clear();
   for (;;) {
-    text = rest.substr(0, FindOrEnd(rest, stops));
+    const auto* const end = std::ranges::find_if(
+        rest, [quote](char byte) { return byte == quote || (byte == '\\' && quote == '"'); });
+    text = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
     rest.remove_prefix(text.size());
     const char stop = TakeByte(&rest);
     if (stop != quote || !unescaped.empty()) {
@@ -193,7 +201,9 @@ JsonTokenKind JsonTokenReader::TakeString(char quote) {
       text = unescaped;
     }
     if (stop == quote) {
-      text = text.substr(0, text.find('\0'));
+      const std::size_t nul = text.find('\0');
+      textWasCut = nul != std::string_view::npos;
+      text = text.substr(0, nul);
       return JsonTokenKind::kString;
     }
     if (stop == '\0' || !AppendEscape(&rest, &unescaped)) {
@@ -203,7 +213,8 @@ JsonTokenKind JsonTokenReader::TakeString(char quote) {
 }
 
 JsonTokenKind JsonTokenReader::TakeWord() {
-  text = rest.substr(0, FindOrEnd(rest, kWordEnds));
+  const auto* const end = std::ranges::find_if(rest, EndsWord);
+  text = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
   rest.remove_prefix(text.size());
   return JsonTokenKind::kWord;
 }

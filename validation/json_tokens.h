@@ -37,6 +37,12 @@ class JsonTokenReader {
   // json-glib cuts it. Valid until the next call of Next.
   [[nodiscard]] std::string_view Text() const { return text; }
 
+  // Whether the last token, a string, has no escape and no NUL.
+  [[nodiscard]] bool TextIsVerbatim() const { return unescaped.empty() && !textWasCut; }
+
+  // Whether the last token, a string, was cut at a NUL.
+  [[nodiscard]] bool TextWasCut() const { return textWasCut; }
+
  private:
   [[nodiscard]] bool SkipIdleText();
   [[nodiscard]] JsonTokenKind TakeString(char quote);
@@ -44,6 +50,7 @@ class JsonTokenReader {
 
   std::string_view rest;
   std::string_view text;
+  bool textWasCut = false;
   // The text of a string with escapes.
   std::string unescaped;
 };

@@ -6,26 +6,12 @@
 #include <string_view>
 
 #include "validation/engine_rules.h"
+#include "validation/openvpn_names.h"
+#include "validation/openvpn_sentences.h"
 #include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
 namespace {
-
-constexpr const char* kUnmatchedBlock = "The OpenVPN profile contains an unmatched inline block.";
-constexpr const char* kUnsupportedBlock =
-    "The OpenVPN profile contains an unsupported inline block.";
-constexpr const char* kForbidden =
-    "The OpenVPN profile contains a privileged or external-control directive that is not "
-    "permitted.";
-constexpr const char* kProxyCredentials =
-    "OpenVPN HTTP proxy credentials may not reference an external file.";
-constexpr const char* kUnterminatedBlock =
-    "The OpenVPN profile contains an unterminated inline block.";
-constexpr const char* kIncomplete =
-    "OpenVPN profiles require client mode, a remote, and TUN\u2014not TAP.";
-constexpr const char* kNotEmbedded =
-    "OpenVPN profiles must embed credentials and certificates instead of referencing external "
-    "files.";
 
 constexpr std::string_view kWhitespace = " \t\n\v\f\r";
 
@@ -91,9 +77,15 @@ constexpr std::array<std::string_view, 12> kInlineFileDirectives = {
     "tls-crypt-v2", "auth-user-pass", "crl-verify", "extra-certs", "secret",   "pkcs12",
 };
 
-template <typename Table>
-bool Contains(const Table& table, std::string_view name) {
-  return std::ranges::find(table, name) != table.end();
+constexpr auto kSearchedForbidden = SortedForSearch(kForbiddenDirectives);
+constexpr auto kSearchedInlineFiles = SortedForSearch(kInlineFileDirectives);
+
+bool IsForbidden(std::string_view directive) {
+  return std::ranges::binary_search(kSearchedForbidden, directive, ShorterFirst());
+}
+
+bool IsInlineFile(std::string_view name) {
+  return std::ranges::binary_search(kSearchedInlineFiles, name, ShorterFirst());
 }
 
 using Complaint = std::optional<const char*>;
@@ -150,11 +142,11 @@ Complaint OpenVpnReader::ReadLine(std::string_view line) {
 
 Complaint OpenVpnReader::ReadTag(const std::string& loweredTag) {
   if (loweredTag.starts_with("</")) {
-    return kUnmatchedBlock;
+    return kOpenVpnUnmatchedBlock;
   }
   const std::string name = loweredTag.substr(1, loweredTag.size() - 2);
-  if (!Contains(kInlineFileDirectives, name)) {
-    return kUnsupportedBlock;
+  if (!IsInlineFile(name)) {
+    return kOpenVpnUnsupportedBlock;
   }
   blocksSeen.insert(name);
   awaitedTag = "</" + name + ">";
@@ -176,11 +168,11 @@ Complaint OpenVpnReader::ReadDirective(std::string_view line) {
   if (directive.starts_with("--")) {
     directive.erase(0, 2);
   }
-  if (Contains(kForbiddenDirectives, directive)) {
-    return kForbidden;
+  if (IsForbidden(directive)) {
+    return kOpenVpnForbidden;
   }
   if (directive == "http-proxy" && !ProxyNamesNoFile(arguments)) {
-    return kProxyCredentials;
+    return kOpenVpnProxyCredentials;
   }
   clientMode = clientMode || directive == "client";
   hasRemote = hasRemote || (directive == "remote" && !arguments.empty());
@@ -200,7 +192,7 @@ void OpenVpnReader::ReadDevice(const std::string& directive, std::string_view ar
 }
 
 void OpenVpnReader::ReadFileDirective(const std::string& directive, std::string_view arguments) {
-  if (!Contains(kInlineFileDirectives, directive)) {
+  if (!IsInlineFile(directive)) {
     return;
   }
   fileDirectives.insert(directive);
@@ -213,12 +205,12 @@ bool OpenVpnReader::EveryFileIsEmbedded() const {
 
 Complaint OpenVpnReader::Finish() const {
   if (awaitedTag) {
-    return kUnterminatedBlock;
+    return kOpenVpnUnterminatedBlock;
   }
   if (!clientMode || !hasRemote || devices != 1 || !hasTun || hasTap) {
-    return kIncomplete;
+    return kOpenVpnIncomplete;
   }
-  return EveryFileIsEmbedded() ? Complaint() : Complaint(kNotEmbedded);
+  return EveryFileIsEmbedded() ? Complaint() : Complaint(kOpenVpnNotEmbedded);
 }
 
 }  // namespace

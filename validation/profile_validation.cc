@@ -5,8 +5,11 @@
 
 #include "runtime/engine_catalogue.h"
 #include "validation/engine_rules.h"
+#include "validation/openvpn_second_reading.h"
 #include "validation/rule_text.h"
+#include "validation/sing_box_second_reading.h"
 #include "validation/wireguard_second_reading.h"
+#include "validation/xray_second_reading.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -35,9 +38,12 @@ bool HasUsableSize(const std::string& rawConfig) {
          rawConfig.find('\0') == std::string::npos;
 }
 
-ValidationResult ValidateBothReadings(const std::string& rawConfig) {
-  ValidationResult verdict = ValidateWireGuard(rawConfig);
-  return verdict.valid ? ValidateAsWgQuickReads(rawConfig) : verdict;
+using Check = ValidationResult(const std::string& rawConfig);
+
+ValidationResult ValidateBothReadings(Check* byTheRules, Check* asTheEngineReads,
+                                      const std::string& rawConfig) {
+  ValidationResult verdict = byTheRules(rawConfig);
+  return verdict.valid ? asTheEngineReads(rawConfig) : verdict;
 }
 
 }  // namespace
@@ -52,13 +58,13 @@ ValidationResult ValidateProfile(const std::string& profileId, const std::string
   }
   switch (EngineForProtocol(protocol)) {
     case EngineKind::kSingBox:
-      return ValidateSingBox(protocol, rawConfig);
+      return ValidateAsSingBoxReads(protocol, rawConfig);
     case EngineKind::kXray:
-      return ValidateXray(rawConfig);
+      return ValidateAsXrayReads(rawConfig);
     case EngineKind::kWireGuard:
-      return ValidateBothReadings(rawConfig);
+      return ValidateBothReadings(ValidateWireGuard, ValidateAsWgQuickReads, rawConfig);
     case EngineKind::kOpenVpn:
-      return ValidateOpenVpn(rawConfig);
+      return ValidateBothReadings(ValidateOpenVpn, ValidateAsOpenVpnReads, rawConfig);
     case EngineKind::kUnsupported:
       break;
   }

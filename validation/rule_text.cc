@@ -1,20 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "validation/rule_text.h"
 
-#include <glib.h>
-
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 namespace quorvex::linux_service {
-namespace {
-
-bool IsSpace(char byte) {
-  return std::isspace(static_cast<unsigned char>(byte)) != 0;
-}
-
-}  // namespace
 
 ValidationResult Invalid(std::string message) {
   return {false, std::move(message)};
@@ -36,8 +26,16 @@ std::string_view Trim(std::string_view text) {
 
 std::string LowercaseAscii(std::string_view text) {
   std::string result(text);
-  std::ranges::transform(result, result.begin(), [](char byte) { return g_ascii_tolower(byte); });
+  for (char& byte : result) {
+    byte = LowercaseAscii(byte);
+  }
   return result;
+}
+
+bool EqualsIgnoringCase(std::string_view left, std::string_view right) {
+  return std::ranges::equal(left, right, [](char one, char other) {
+    return LowercaseAscii(one) == LowercaseAscii(other);
+  });
 }
 
 std::vector<std::string_view> SplitAtCommas(std::string_view text) {

@@ -7,32 +7,11 @@
 #include "validation/engine_rules.h"
 #include "validation/json_guards.h"
 #include "validation/rule_text.h"
+#include "validation/sing_box_second_reading.h"
+#include "validation/sing_box_sentences.h"
 
 namespace quorvex::linux_service {
 namespace {
-
-// The sentences, in checking order.
-constexpr const char* kExperimental =
-    "Sing-box experimental services are not permitted in VPN profiles.";
-constexpr const char* kLogFile = "Sing-box profiles may not write logs to files.";
-constexpr const char* kFileMember =
-    "Sing-box profiles may not reference privileged certificate files.";
-constexpr const char* kExternalResource =
-    "Sing-box profiles may not load external resources as root.";
-constexpr const char* kNoDns = "Sing-box profiles require app-owned remote DNS configuration.";
-constexpr const char* kNoDnsServer = "Sing-box profiles require at least one remote DNS server.";
-constexpr const char* kDnsNotStructured = "Sing-box DNS servers must use structured entries.";
-constexpr const char* kDnsIncomplete = "The Sing-box DNS server is incomplete.";
-constexpr const char* kDnsNotRemote = "Sing-box DNS must use a remote network server type.";
-constexpr const char* kNoInbound = "Sing-box profiles must contain a TUN inbound.";
-constexpr const char* kNotOneInbound =
-    "Sing-box profiles must contain exactly one app-owned TUN inbound.";
-constexpr const char* kBadInbound = "The Sing-box TUN inbound is invalid.";
-constexpr const char* kNoAutoRoute = "Sing-box profiles require an auto-route TUN inbound.";
-constexpr const char* kNoOutbound = "Sing-box profiles must contain at least one outbound.";
-constexpr const char* kNoProxy =
-    "The Sing-box configuration does not contain a tagged proxy outbound matching the selected VPN "
-    "protocol.";
 
 constexpr std::array<std::string_view, 6> kRemoteDnsTypes = {"tcp",   "udp",  "tls",
                                                              "https", "quic", "h3"};
@@ -56,30 +35,31 @@ std::string CanonicalSingBoxProtocol(const std::string& protocol) {
 Complaint CheckForbidden(JsonNode* rootNode) {
   JsonObject* root = json_node_get_object(rootNode);
   if (json_object_has_member(root, "experimental") != FALSE) {
-    return kExperimental;
+    return kSingBoxExperimental;
   }
   if (JsonMemberHasNonEmptyString(JsonObjectMember(root, "log"), "output")) {
-    return kLogFile;
+    return kSingBoxLogFile;
   }
-  if (ContainsForbiddenFileMember(rootNode)) {
-    return kFileMember;
+  const ForbiddenReferences found = FindForbiddenReferences(rootNode);
+  if (found.file) {
+    return kSingBoxFileMember;
   }
-  if (ContainsForbiddenExternalResource(rootNode)) {
-    return kExternalResource;
+  if (found.external) {
+    return kSingBoxExternalResource;
   }
   return {};
 }
 
 Complaint CheckDnsServer(JsonObject* server) {
   if (server == nullptr) {
-    return kDnsNotStructured;
+    return kSingBoxDnsNotStructured;
   }
   if (!JsonMemberHasNonEmptyString(server, "type") ||
       !JsonMemberHasNonEmptyString(server, "server")) {
-    return kDnsIncomplete;
+    return kSingBoxDnsIncomplete;
   }
   if (!Contains(kRemoteDnsTypes, JsonLowercaseString(server, "type"))) {
-    return kDnsNotRemote;
+    return kSingBoxDnsNotRemote;
   }
   return {};
 }
@@ -87,11 +67,11 @@ Complaint CheckDnsServer(JsonObject* server) {
 Complaint CheckDns(JsonObject* root) {
   JsonObject* dns = JsonObjectMember(root, "dns");
   if (dns == nullptr) {
-    return kNoDns;
+    return kSingBoxNoDns;
   }
   JsonArray* servers = JsonArrayMember(dns, "servers");
   if (servers == nullptr || json_array_get_length(servers) == 0) {
-    return kNoDnsServer;
+    return kSingBoxNoDnsServer;
   }
   for (guint index = 0; index < json_array_get_length(servers); ++index) {
     if (const Complaint complaint = CheckDnsServer(JsonObjectElement(servers, index))) {
@@ -104,17 +84,17 @@ Complaint CheckDns(JsonObject* root) {
 Complaint CheckInbounds(JsonObject* root) {
   JsonArray* inbounds = JsonArrayMember(root, "inbounds");
   if (inbounds == nullptr) {
-    return kNoInbound;
+    return kSingBoxNoInbound;
   }
   if (json_array_get_length(inbounds) != 1) {
-    return kNotOneInbound;
+    return kSingBoxNotOneInbound;
   }
   JsonObject* inbound = JsonObjectElement(inbounds, 0);
   if (inbound == nullptr) {
-    return kBadInbound;
+    return kSingBoxBadInbound;
   }
   if (!JsonStringEquals(inbound, "type", "tun") || !JsonBooleanIsTrue(inbound, "auto_route")) {
-    return kNoAutoRoute;
+    return kSingBoxNoAutoRoute;
   }
   return {};
 }
@@ -131,7 +111,7 @@ bool IsMatchingProxy(JsonObject* outbound, const std::string& wanted) {
 Complaint CheckOutbounds(JsonObject* root, const std::string& protocol) {
   JsonArray* outbounds = JsonArrayMember(root, "outbounds");
   if (outbounds == nullptr || json_array_get_length(outbounds) == 0) {
-    return kNoOutbound;
+    return kSingBoxNoOutbound;
   }
   const std::string wanted = CanonicalSingBoxProtocol(protocol);
   for (guint index = 0; index < json_array_get_length(outbounds); ++index) {
@@ -139,24 +119,24 @@ Complaint CheckOutbounds(JsonObject* root, const std::string& protocol) {
       return {};
     }
   }
-  return kNoProxy;
-}
-
-Complaint FirstComplaint(JsonNode* rootNode, const std::string& protocol) {
-  JsonObject* root = json_node_get_object(rootNode);
-  if (const Complaint complaint = CheckForbidden(rootNode)) {
-    return complaint;
-  }
-  if (const Complaint complaint = CheckDns(root)) {
-    return complaint;
-  }
-  if (const Complaint complaint = CheckInbounds(root)) {
-    return complaint;
-  }
-  return CheckOutbounds(root, protocol);
+  return kSingBoxNoProxy;
 }
 
 }  // namespace
+
+const char* SingBoxComplaint(const std::string& protocol, JsonNode* rootNode) {
+  JsonObject* root = json_node_get_object(rootNode);
+  if (const Complaint complaint = CheckForbidden(rootNode)) {
+    return *complaint;
+  }
+  if (const Complaint complaint = CheckDns(root)) {
+    return *complaint;
+  }
+  if (const Complaint complaint = CheckInbounds(root)) {
+    return *complaint;
+  }
+  return CheckOutbounds(root, protocol).value_or(nullptr);
+}
 
 ValidationResult ValidateSingBox(const std::string& protocol, const std::string& rawConfig) {
   GObjectPtr<JsonParser> parser;
@@ -164,8 +144,8 @@ ValidationResult ValidateSingBox(const std::string& protocol, const std::string&
   if (ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
     return parsed;
   }
-  const Complaint complaint = FirstComplaint(json_parser_get_root(parser.get()), protocol);
-  return complaint ? Invalid(*complaint) : Valid();
+  const char* complaint = SingBoxComplaint(protocol, json_parser_get_root(parser.get()));
+  return complaint != nullptr ? Invalid(complaint) : Valid();
 }
 
 }  // namespace quorvex::linux_service

@@ -7,21 +7,11 @@
 #include "validation/engine_rules.h"
 #include "validation/json_guards.h"
 #include "validation/rule_text.h"
+#include "validation/xray_second_reading.h"
+#include "validation/xray_sentences.h"
 
 namespace quorvex::linux_service {
 namespace {
-
-// The sentences, in checking order.
-constexpr const char* kApi = "Xray API listeners are not permitted in VPN profiles.";
-constexpr const char* kLogFile = "Xray profiles may not write logs to files.";
-constexpr const char* kFileMember = "Xray profiles may not reference privileged certificate files.";
-constexpr const char* kExternalResource = "Xray profiles may not load external resources as root.";
-constexpr const char* kNoInbound = "Xray profiles must contain a TUN inbound.";
-constexpr const char* kNotOneInbound =
-    "Xray profiles must contain exactly one app-owned TUN inbound.";
-constexpr const char* kNotTun = "The Xray inbound must use the TUN protocol.";
-constexpr const char* kNoOutbound = "Xray profiles must contain at least one outbound.";
-constexpr const char* kNoProxy = "Xray profiles require a tagged proxy outbound.";
 
 constexpr std::array<std::string_view, 3> kNeverAProxy = {"freedom", "blackhole", "dns"};
 
@@ -30,17 +20,18 @@ using Complaint = std::optional<const char*>;
 Complaint CheckForbidden(JsonNode* rootNode) {
   JsonObject* root = json_node_get_object(rootNode);
   if (json_object_has_member(root, "api") != FALSE) {
-    return kApi;
+    return kXrayApi;
   }
   JsonObject* log = JsonObjectMember(root, "log");
   if (JsonMemberHasNonEmptyString(log, "access") || JsonMemberHasNonEmptyString(log, "error")) {
-    return kLogFile;
+    return kXrayLogFile;
   }
-  if (ContainsForbiddenFileMember(rootNode)) {
-    return kFileMember;
+  const ForbiddenReferences found = FindForbiddenReferences(rootNode);
+  if (found.file) {
+    return kXrayFileMember;
   }
-  if (ContainsForbiddenExternalResource(rootNode)) {
-    return kExternalResource;
+  if (found.external) {
+    return kXrayExternalResource;
   }
   return {};
 }
@@ -48,13 +39,13 @@ Complaint CheckForbidden(JsonNode* rootNode) {
 Complaint CheckInbounds(JsonObject* root) {
   JsonArray* inbounds = JsonArrayMember(root, "inbounds");
   if (inbounds == nullptr) {
-    return kNoInbound;
+    return kXrayNoInbound;
   }
   if (json_array_get_length(inbounds) != 1) {
-    return kNotOneInbound;
+    return kXrayNotOneInbound;
   }
   if (!JsonStringEquals(JsonObjectElement(inbounds, 0), "protocol", "tun")) {
-    return kNotTun;
+    return kXrayNotTun;
   }
   return {};
 }
@@ -71,28 +62,28 @@ bool IsProxy(JsonObject* outbound) {
 Complaint CheckOutbounds(JsonObject* root) {
   JsonArray* outbounds = JsonArrayMember(root, "outbounds");
   if (outbounds == nullptr) {
-    return kNoOutbound;
+    return kXrayNoOutbound;
   }
   for (guint index = 0; index < json_array_get_length(outbounds); ++index) {
     if (IsProxy(JsonObjectElement(outbounds, index))) {
       return {};
     }
   }
-  return kNoProxy;
-}
-
-Complaint FirstComplaint(JsonNode* rootNode) {
-  JsonObject* root = json_node_get_object(rootNode);
-  if (const Complaint complaint = CheckForbidden(rootNode)) {
-    return complaint;
-  }
-  if (const Complaint complaint = CheckInbounds(root)) {
-    return complaint;
-  }
-  return CheckOutbounds(root);
+  return kXrayNoProxy;
 }
 
 }  // namespace
+
+const char* XrayComplaint(JsonNode* rootNode) {
+  JsonObject* root = json_node_get_object(rootNode);
+  if (const Complaint complaint = CheckForbidden(rootNode)) {
+    return *complaint;
+  }
+  if (const Complaint complaint = CheckInbounds(root)) {
+    return *complaint;
+  }
+  return CheckOutbounds(root).value_or(nullptr);
+}
 
 ValidationResult ValidateXray(const std::string& rawConfig) {
   GObjectPtr<JsonParser> parser;
@@ -100,8 +91,8 @@ ValidationResult ValidateXray(const std::string& rawConfig) {
   if (ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
     return parsed;
   }
-  const Complaint complaint = FirstComplaint(json_parser_get_root(parser.get()));
-  return complaint ? Invalid(*complaint) : Valid();
+  const char* complaint = XrayComplaint(json_parser_get_root(parser.get()));
+  return complaint == nullptr ? Valid() : Invalid(complaint);
 }
 
 }  // namespace quorvex::linux_service

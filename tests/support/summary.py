@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """The honest end of a test run: what ran, what passed, what was skipped and why.
 
-Reads the JUnit files that ctest wrote into the folder given, one a preset. An entry of ctest is
-either one unit test or one file of black-box tests; of the latter pytest's own closing line counts.
+Reads the JUnit files that ctest wrote into the folder given, one a preset. An entry of ctest is one
+executable of unit tests or one file of black-box tests; what GoogleTest or pytest say at the end
+counts.
 Exit status 1 when anything failed, or when nothing ran at all.
 """
 
@@ -19,23 +20,37 @@ PYTEST_COUNT = re.compile(r"(\d+) (passed|failed|skipped|errors?)\b")
 PYTEST_SKIP = re.compile(r"^SKIPPED \[\d+\] .*?: (.*)$", re.MULTILINE)
 # The last line that pytest prints, whatever it counted.
 PYTEST_CLOSING = re.compile(r"^=*\s*((?:\d+ \w+(?:, )?)+) in [\d.]+s", re.MULTILINE)
+# GoogleTest's closing lines; the tests that were skipped or failed are named below each.
+GOOGLETEST_COUNTS = (("passed", re.compile(r"^\[  PASSED  \] (\d+) tests?\.", re.MULTILINE)),
+                     ("failed", re.compile(r"^\[  FAILED  \] (\d+) tests?, listed", re.MULTILINE)),
+                     ("skipped", re.compile(r"^\[  SKIPPED \] (\d+) tests?, listed", re.MULTILINE)))
+
+# The folders of tests that are neither the bus's nor unit tests.
+TUNNEL_FOLDERS = ("tunnel/", "leaks/", "search/")
 
 
 def kind_of(name: str) -> str:
-    """The kind of an entry by its name: black-box files stand in the folder of their kind."""
-    if "/" not in name or not name.endswith(("/fast", "/slow")):
+    """The kind of an entry by its name: files stand in the folder of their kind."""
+    if name.startswith("unit/"):
         return "unit"
-    return "tunnel" if name.startswith("tunnel/") else "bus"
+    return "tunnel" if name.startswith(TUNNEL_FOLDERS) else "bus"
+
+
+def counts_in(output: str) -> Counter[str]:
+    """What the test program itself counted; empty when it did not come to its end."""
+    counts: Counter[str] = Counter()
+    for word, pattern in GOOGLETEST_COUNTS:
+        counts[word] += sum(int(number) for number in pattern.findall(output))
+    if closing := PYTEST_CLOSING.findall(output):
+        for number, word in PYTEST_COUNT.findall(closing[-1]):
+            counts["failed" if word.startswith("error") else word] += int(number)
+    return +counts
 
 
 def count_entry(case: ElementTree.Element) -> tuple[Counter[str], list[str]]:
     """What one entry adds to the counts, and the reasons of its skips."""
     output = case.findtext("system-out") or ""
-    closing = PYTEST_CLOSING.findall(output)
-    counts: Counter[str] = Counter()
-    if kind_of(case.get("name", "")) != "unit" and closing:
-        for number, word in PYTEST_COUNT.findall(closing[-1]):
-            counts["failed" if word.startswith("error") else word] += int(number)
+    counts = counts_in(output)
     if case.get("status") == "fail" and not counts["failed"]:
         counts["failed"] += 1
     elif not counts:

@@ -9,6 +9,14 @@
 namespace quorvex::linux_service {
 namespace {
 
+bool ContainsForbiddenFileMember(JsonNode* node) {
+  return FindForbiddenReferences(node).file;
+}
+
+bool ContainsForbiddenExternalResource(JsonNode* node) {
+  return FindForbiddenReferences(node).external;
+}
+
 using test::JsonText;
 
 struct SearchCase {

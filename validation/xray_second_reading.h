@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <json-glib/json-glib.h>
+
+#include <string>
+
+#include "validation/profile_validation.h"
+
+namespace quorvex::linux_service {
+
+// The sentence of the first rule for Xray that the root of a profile, an object, fails; null if it
+// passes all. It decides on names as they are written.
+[[nodiscard]] const char* XrayComplaint(JsonNode* root);
+
+// Holds a profile to the Xray rules, and after them to what Xray itself reads in it. It is refused
+// if json-glib would hand over another meaning, or if Xray would find in it an option that the
+// rules did not see: by another spelling, in a place that they do not look at, or one that opens a
+// file, a script, a port or an interface of the profile's own. The sentence is that of the rule
+// that the option gets around. Pure.
+[[nodiscard]] ValidationResult ValidateAsXrayReads(const std::string& rawConfig);
+
+}  // namespace quorvex::linux_service
