@@ -47,6 +47,10 @@ def test_exactly_the_service_and_its_data_are_placed(installed: Path) -> None:
     assert placed == EXPECTED_FILES
 
 
+def test_the_working_directory_of_the_engines_is_placed(installed: Path) -> None:
+    assert (installed / "usr/libexec/quorvexvpn").is_dir()
+
+
 def test_the_bus_starts_the_service_as_root_through_systemd(installed: Path) -> None:
     activation = read_unit(
         installed / "usr/share/dbus-1/system-services/org.quorvexvpn.Service1.service")
