@@ -112,7 +112,7 @@ Complaint SecondReader::ReadLine(std::string_view line, bool firstOfText) {
 
 // Only what all three readers open alike: not `--<ca>`, not `"<ca>"`, nothing behind the tag.
 Complaint SecondReader::ReadBlock(std::string_view openingLine) {
-  const std::string_view name = openingLine.substr(1, openingLine.size() - 2);
+  const std::string_view name = words[0].substr(1, words[0].size() - 2);
   const OpenVpnOption* option = FindOpenVpnOption(LowercaseAscii(name));
   if (openingLine != words[0] || !option || option->arguments != OpenVpnArguments::kMaterial) {
     return kOpenVpnUnsupportedBlock;

@@ -26,7 +26,9 @@ COMMAND = [str(PROGRAM), "--config", "{config}", "--script-security", "2", "--up
 UP = b"[AF_INET"
 PIECE = 255
 MARK = "\ufeff"
-BLOCKS = ["ca", "cert", "key", "tls-auth", "tls-crypt", "auth-user-pass", "pkcs12", "crl-verify", "dh", "secret"]
+# The one that takes any text comes often, so that the engine gets far.
+BLOCKS = ["ca", "cert", "key", "tls-auth", "tls-crypt", "pkcs12", "crl-verify", "dh", *["auth-user-pass"] * 8]
+LOGIN = "user\npassword"
 
 Dice = random.Random
 
@@ -87,14 +89,14 @@ def early_end(line: str, dice: Dice) -> str:
     name = dice.choice(BLOCKS)
     end = dice.choice((f"</{name}> x", f"</{name}>x", f" \t</{name}>\\", f"{filling(dice)}</{name}>",
                        f"{filling(dice)} </{name}> x", f"</{name}></{name}>", f"\"</{name}>\"", f"</{name.upper()}>"))
-    return f"<{name}>\nx\n{end}\n{line}\n<{name}>\nx\n</{name}>"
+    return f"<{name}>\n{LOGIN}\n{end}\n{line}\n<{name}>\n{LOGIN}\n</{name}>"
 
 
 def late_end(line: str, dice: Dice) -> str:
     """A block that goes on for such a reader."""
     name = dice.choice(BLOCKS)
     end = dice.choice((f"</{name.upper()}>", f"{' ' * (PIECE - 3)}</{name}>", f"</{name}\v>", f"</{name.title()}>"))
-    return f"<{name}>\nx\n{end}\n{line}\n<{name}>\n</{name}>\n{line}"
+    return f"<{name}>\n{LOGIN}\n{end}\n{line}\n<{name}>\n{LOGIN}\n</{name}>\n{line}"
 
 
 def odd_beginning(line: str, dice: Dice) -> str:
@@ -116,7 +118,7 @@ def ignored(line: str, dice: Dice) -> str:
 
 
 class OpenVpnProfiles:
-    """Makes a profile of a name: a realistic one with up to four lines more."""
+    """Makes a profile of a name: a realistic one with up to three lines more."""
 
     def __init__(self, files: list[Path], names: list[str]):
         self._texts = [reachable(file.read_text(encoding="utf-8-sig")) for file in files]
@@ -127,7 +129,9 @@ class OpenVpnProfiles:
     def case(self, name: str) -> Case:
         dice = Dice(name)
         lines = dice.choice(self._texts).split("\n")
-        for _ in range(dice.randint(1, 3)):
+        if dice.random() < 0.3:
+            lines = [line for line in lines if line != "nobind"]
+        for _ in range(dice.choice((1, 1, 1, 1, 2, 3))):
             lines.insert(dice.choice((0, len(lines), dice.randint(0, len(lines)))), self._line(dice))
         text = "\n".join(lines)
         if dice.random() < 0.15:
@@ -138,7 +142,7 @@ class OpenVpnProfiles:
 
     def _line(self, dice: Dice) -> str:
         line = dangerous_line(dice) if dice.random() < 0.75 else any_option(dice, self._names)
-        for _ in range(dice.choice((0, 1, 1, 1, 1, 2))):
+        for _ in range(dice.choice((0, 1, 1, 1, 1, 1, 2))):
             line = dice.choice(self._hide)(line, dice)
         return line
 

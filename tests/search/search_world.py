@@ -188,6 +188,15 @@ def strays() -> set[Path]:
             if not path.is_dir() and not {OUR_FILES, CANARIES} & set(path.parents)}
 
 
+def _ends_within(process: subprocess.Popen, seconds: float) -> bool:
+    """An engine that closes its output may live on: it writes into a file from then on."""
+    try:
+        process.wait(timeout=seconds)
+        return True
+    except subprocess.TimeoutExpired:
+        return False
+
+
 @dataclass
 class Engine:
     """How an engine is run: {config} stands for its configuration's path."""
@@ -256,8 +265,7 @@ class Arena:
                 data = os.read(process.stdout.fileno(), 65536)
                 output += data
                 if not data:
-                    process.wait()
-                    return False, output
+                    return not _ends_within(process, left), output
                 if self._engine.up in output:
                     return True, output
         return True, output
