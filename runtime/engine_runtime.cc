@@ -146,7 +146,11 @@ bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig,
       AddressesToLetThrough(kind, rawConfig, namedServers, cancelled);
   MakeReadableForNft(&addresses);
   OpenWayIntoTunnel(kind, rawConfig);
-  return ApplyKillSwitch(interface, addresses, error);
+  if (!ApplyKillSwitch(interface, addresses, error)) {
+    CloseWayIntoTunnel();
+    return false;
+  }
+  return true;
 }
 
 }  // namespace quorvex::linux_service

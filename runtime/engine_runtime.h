@@ -51,8 +51,8 @@ class EngineRuntime {
   // `error` says which engine it was. A kill switch stays, so that nothing leaks.
   [[nodiscard]] bool PollUnexpectedExit(std::string* error);
   // Closes the firewall around the tunnel that is up, for the servers that `rawConfig` names.
-  // Looks names up once more, for as long as the system's resolver needs but at most five seconds;
-  // `cancelled`, asked on this thread, ends that earlier.
+  // Looks names up once more, for as long as the system's resolver needs; `cancelled`, asked on
+  // this thread, ends that earlier.
   [[nodiscard]] bool ApplyLeakProtection(const std::string& rawConfig, std::string* error);
   [[nodiscard]] bool ApplyLeakProtection(const std::string& rawConfig,
                                          const std::function<bool()>& cancelled,

@@ -9,11 +9,10 @@
 #include "killswitch/kill_switch.h"
 #include "killswitch/sing_box_route.h"
 #include "runtime/json_text.h"
+#include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
 namespace {
-
-constexpr std::chrono::seconds kLookUpLimit{5};
 
 std::string WrittenByGLib(const std::string& text) {
   const GObjectPtr<GInetAddress> address(g_inet_address_new_from_string(text.c_str()));
@@ -23,18 +22,19 @@ std::string WrittenByGLib(const std::string& text) {
   return GCharPtr(g_inet_address_to_string(address.get())).get();
 }
 
-// nft knows no scopes, and an IPv4 tail only behind "::" or "::ffff:", which is how GLib writes
-// one.
+// nft knows no scopes, and an IPv4 tail only behind "::" or "::ffff:".
 bool IsReadableForNft(const std::string& address) {
   const bool isIpv6 = address.find(':') != std::string::npos;
   if (!isIpv6 || address.find_first_of(".%") == std::string::npos) {
     return true;
   }
-  return address.find('%') == std::string::npos && address == WrittenByGLib(address);
+  const std::size_t tail = address.rfind(':') + 1;
+  const std::string head = LowercaseAscii(address.substr(0, tail));
+  return address.find('%') == std::string::npos && (head == "::" || head == "::ffff:");
 }
 
-// As sing-box reads it: a number, or a text with a number in any of Go's notations. Nothing when it
-// is neither.
+// A number, or a text with one, decimal or hexadecimal. Nothing when it is neither: sing-box knows
+// more notations, but nobody writes a mark in them.
 std::optional<std::uint32_t> ReadMark(JsonNode* node) {
   if (!JSON_NODE_HOLDS_VALUE(node)) {
     return std::nullopt;
@@ -75,30 +75,36 @@ std::optional<std::uint32_t> SingBoxMark(const std::string& rawConfig) {
 std::vector<std::string> AddressesToLetThrough(EngineKind engine, const std::string& rawConfig,
                                                const std::vector<NamedServer>& servers,
                                                const std::function<bool()>& cancelled) {
-  const LookUpDeadline deadline = std::chrono::steady_clock::now() + kLookUpLimit;
   std::vector<std::string> addresses = CollectEndpointAddresses(
       engine, rawConfig,
-      [&](const std::string& name) { return LookUpAddresses(name, deadline, cancelled); });
+      [&cancelled](const std::string& name) { return LookUpAddresses(name, cancelled); });
+  for (std::string& host : CollectServerHosts(engine, rawConfig)) {
+    if (IsLiteralAddress(host)) {
+      AddOnce(std::move(host), &addresses);
+    }
+  }
   for (const NamedServer& server : servers) {
     for (const std::string& address : server.addresses) {
-      if (std::ranges::find(addresses, address) == addresses.end()) {
-        addresses.push_back(address);
-      }
+      AddOnce(address, &addresses);
     }
   }
   return addresses;
 }
 
 void MakeReadableForNft(std::vector<std::string>* addresses) {
-  if (std::ranges::none_of(*addresses, IsReadableForNft)) {
+  if (addresses->size() < 2) {
     return;
   }
-  for (std::string& address : *addresses) {
-    if (!IsReadableForNft(address)) {
-      address = WrittenByGLib(address);
+  std::vector<std::string> readable;
+  for (const std::string& address : *addresses) {
+    std::string written = IsReadableForNft(address) ? address : WrittenByGLib(address);
+    if (IsReadableForNft(written)) {
+      readable.push_back(std::move(written));
     }
   }
-  std::erase_if(*addresses, [](const std::string& address) { return !IsReadableForNft(address); });
+  if (!readable.empty()) {
+    *addresses = std::move(readable);
+  }
 }
 
 void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig) {

@@ -13,18 +13,19 @@
 
 namespace quorvex::linux_service {
 
-// The addresses to let through for a running engine: those that the configuration names now, and
-// after them those that were looked up before the start (`servers`). A name may have other answers
-// through the tunnel, or none; the engine talks to the earlier ones. With literal addresses alone
-// the list is what CollectEndpointAddresses returns. Look-ups end when `cancelled`, asked on the
-// calling thread, returns true, and after five seconds in all.
+// The addresses to let through for a running engine: those of CollectEndpointAddresses, then the
+// literal ones that only the engine's own reading of the configuration shows, then those that were
+// looked up before the start (`servers`). A name may have other answers through the tunnel, or
+// none; the engine talks to the earlier ones. With literal addresses alone, in their usual places,
+// the list is what CollectEndpointAddresses returns. Look-ups take as long as the resolver does, or
+// until `cancelled`, asked on the calling thread, returns true.
 [[nodiscard]] std::vector<std::string> AddressesToLetThrough(
     EngineKind engine, const std::string& rawConfig, const std::vector<NamedServer>& servers,
     const std::function<bool()>& cancelled);
 
-// Keeps one address that nftables cannot read (a scope, an IPv4 tail) from costing all others their
-// place: beside readable ones it is written in a readable way or left out. Addresses that are all
-// unreadable stay, and so does nftables' refusal. Pure.
+// Keeps one address that nftables cannot read (a scope, an IPv4 tail) from costing the others their
+// place: among several it is written in a readable way or left out. A single one stays, and so does
+// nftables' refusal. Pure.
 void MakeReadableForNft(std::vector<std::string>* addresses);
 
 // Opens sing-box's own way into its tunnel, which the firewall's table would close; for the other

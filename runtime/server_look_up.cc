@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/server_look_up.h"
 
+#include <chrono>
 #include <cstddef>
 #include <utility>
 
@@ -56,7 +57,8 @@ class LookUp {
   ~LookUp() { Abandon(); }
 
   // False when cancelled.
-  [[nodiscard]] bool Run(LookUpDeadline deadline, const std::function<bool()>& cancelled) {
+  [[nodiscard]] bool Run(steady_clock::time_point deadline,
+                         const std::function<bool()>& cancelled) {
     const ContextTimer timer(context, kPauseMilliseconds, KeepAwake, nullptr);
     for (AskMore(); running > 0; AskMore()) {
       if (cancelled()) {
@@ -136,10 +138,10 @@ bool LookUpServers(const std::vector<std::string>& names, const std::function<bo
   return true;
 }
 
-std::vector<std::string> LookUpAddresses(const std::string& name, LookUpDeadline deadline,
+std::vector<std::string> LookUpAddresses(const std::string& name,
                                          const std::function<bool()>& cancelled) {
   LookUp lookUp({name});
-  if (steady_clock::now() >= deadline || !lookUp.Run(deadline, cancelled)) {
+  if (!lookUp.Run(steady_clock::time_point::max(), cancelled)) {
     return {};
   }
   return lookUp.AddressesOfTheOnly();

@@ -5,9 +5,9 @@
 // reached the server. The engines' own look-ups cannot be cancelled either.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "runtime/engine_catalogue.h"
@@ -24,10 +24,24 @@ struct NamedServer {
 [[nodiscard]] const NamedServer* FindServer(const std::vector<NamedServer>& servers,
                                             const std::string& name);
 
-// The host names of the servers in a validated profile, in order of appearance, each once. Literal
-// addresses are none. Pure.
+// The servers' hosts in a validated profile, as its engine will read it: names and literal
+// addresses in order of appearance, each once. Beside the kill switch's own reader, which looks at
+// the usual places alone, this one knows the newer layouts and skips what the engine skips. Pure.
+[[nodiscard]] std::vector<std::string> CollectServerHosts(EngineKind engine,
+                                                          const std::string& rawConfig);
+
+// Those of the hosts that are names. Pure.
 [[nodiscard]] std::vector<std::string> CollectServerNames(EngineKind engine,
                                                           const std::string& rawConfig);
+
+// Whether the text is an IPv4 or IPv6 address. Pure.
+[[nodiscard]] bool IsLiteralAddress(const std::string& host);
+
+// "host:port" without its port, "[v6]:port" without brackets and port. Pure.
+[[nodiscard]] std::string HostOfEndpoint(std::string_view endpoint);
+
+// Appends the host unless it is empty or in the list already.
+void AddOnce(std::string host, std::vector<std::string>* hosts);
 
 // Asks the system's resolver for all `names`, for at most five seconds in all, blocking the calling
 // thread. The answers go to `servers` in the order of `names`; a name without an answer is left out
@@ -37,12 +51,8 @@ struct NamedServer {
                                  const std::function<bool()>& cancelled,
                                  std::vector<NamedServer>* servers);
 
-using LookUpDeadline = std::chrono::steady_clock::time_point;
-
-// The same for one name, without a warning: its addresses, or none when nothing answered before
-// `deadline` or `cancelled` returned true.
+// The same for one name, without a limit and without a warning: its addresses, or none.
 [[nodiscard]] std::vector<std::string> LookUpAddresses(const std::string& name,
-                                                       LookUpDeadline deadline,
                                                        const std::function<bool()>& cancelled);
 
 }  // namespace quorvex::linux_service

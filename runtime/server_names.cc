@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
-#include "killswitch/endpoint_hosts.h"
 #include "runtime/glib_ptr.h"
+#include "runtime/line_servers.h"
 #include "runtime/server_look_up.h"
+#include "runtime/sing_box_servers.h"
 #include "runtime/xray_servers.h"
 
 namespace quorvex::linux_service {
 namespace {
 
-bool IsLiteralAddress(const std::string& host) {
-  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
+// An IPv6 address with a scope is no name either, although GLib does not read it.
+bool IsName(const std::string& host) {
+  return host.find(':') == std::string::npos && !IsLiteralAddress(host);
 }
 
 }  // namespace
@@ -20,13 +22,42 @@ const NamedServer* FindServer(const std::vector<NamedServer>& servers, const std
   return found == servers.end() ? nullptr : &*found;
 }
 
-std::vector<std::string> CollectServerNames(EngineKind engine, const std::string& rawConfig) {
-  std::vector<std::string> names = CollectEndpointHosts(engine, rawConfig);
-  if (engine == EngineKind::kXray) {
-    AddXrayServerHosts(rawConfig, &names);
+std::vector<std::string> CollectServerHosts(EngineKind engine, const std::string& rawConfig) {
+  switch (engine) {
+    case EngineKind::kSingBox:
+      return SingBoxServerHosts(rawConfig);
+    case EngineKind::kXray:
+      return XrayServerHosts(rawConfig);
+    case EngineKind::kWireGuard:
+      return WireGuardServerHosts(rawConfig);
+    case EngineKind::kOpenVpn:
+      return OpenVpnServerHosts(rawConfig);
+    case EngineKind::kUnsupported:
+      break;
   }
-  std::erase_if(names, IsLiteralAddress);
+  return {};
+}
+
+std::vector<std::string> CollectServerNames(EngineKind engine, const std::string& rawConfig) {
+  std::vector<std::string> names = CollectServerHosts(engine, rawConfig);
+  std::erase_if(names, [](const std::string& host) { return !IsName(host); });
   return names;
+}
+
+bool IsLiteralAddress(const std::string& host) {
+  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
+}
+
+std::string HostOfEndpoint(std::string_view endpoint) {
+  const std::string_view host = endpoint.substr(0, endpoint.rfind(':'));
+  const bool isBracketed = host.size() > 1 && host.starts_with('[') && host.ends_with(']');
+  return std::string(isBracketed ? host.substr(1, host.size() - 2) : host);
+}
+
+void AddOnce(std::string host, std::vector<std::string>* hosts) {
+  if (!host.empty() && std::ranges::find(*hosts, host) == hosts->end()) {
+    hosts->push_back(std::move(host));
+  }
 }
 
 }  // namespace quorvex::linux_service

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/sing_box_servers.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "runtime/json_text.h"
 #include "validation/json_guards.h"
 #include "validation/rule_text.h"
@@ -28,11 +31,11 @@ std::string UnusedDnsTag(JsonArray* dnsServers) {
 
 // The profile's own resolver keeps its other wishes, but its server is one that is asked through
 // the tunnel.
-void SetDomainResolver(JsonObject* outbound, const std::string& tag) {
-  if (JsonObject* own = JsonObjectMember(outbound, "domain_resolver"); own != nullptr) {
+void SetDomainResolver(JsonObject* dialer, const std::string& tag) {
+  if (JsonObject* own = JsonObjectMember(dialer, "domain_resolver"); own != nullptr) {
     json_object_set_string_member(own, "server", tag.c_str());
   } else {
-    json_object_set_string_member(outbound, "domain_resolver", tag.c_str());
+    json_object_set_string_member(dialer, "domain_resolver", tag.c_str());
   }
 }
 
@@ -68,7 +71,48 @@ void PutRuleFirst(JsonObject* dns, const std::string& tag, const Servers& server
   json_object_set_array_member(dns, "rules", rules);
 }
 
+void AddStringMember(JsonObject* object, const char* name, std::vector<std::string>* hosts) {
+  if (JsonMemberHasNonEmptyString(object, name)) {
+    AddOnce(json_object_get_string_member(object, name), hosts);
+  }
+}
+
+// An outbound names one server, a WireGuard endpoint one for each peer.
+std::vector<std::string> HostsOf(JsonObject* dialer) {
+  std::vector<std::string> hosts;
+  AddStringMember(dialer, "server", &hosts);
+  ForEachObject(JsonArrayMember(dialer, "peers"),
+                [&hosts](JsonObject* peer) { AddStringMember(peer, "address", &hosts); });
+  return hosts;
+}
+
+bool IsToOneOf(const Servers& servers, JsonObject* dialer) {
+  const std::vector<std::string> hosts = HostsOf(dialer);
+  return std::ranges::any_of(
+      hosts, [&servers](const std::string& host) { return FindServer(servers, host) != nullptr; });
+}
+
+template <typename Visitor>
+void ForEachDialer(JsonObject* root, Visitor visit) {
+  ForEachObject(JsonArrayMember(root, "outbounds"), visit);
+  ForEachObject(JsonArrayMember(root, "endpoints"), visit);
+}
+
 }  // namespace
+
+std::vector<std::string> SingBoxServerHosts(const std::string& configuration) {
+  std::vector<std::string> hosts;
+  const GObjectPtr<JsonParser> parser = ParseJson(configuration);
+  JsonObject* root = parser == nullptr ? nullptr : RootObject(parser.get());
+  if (root != nullptr) {
+    ForEachDialer(root, [&hosts](JsonObject* dialer) {
+      for (std::string& host : HostsOf(dialer)) {
+        AddOnce(std::move(host), &hosts);
+      }
+    });
+  }
+  return hosts;
+}
 
 void HandToSingBox(const Servers& servers, JsonObject* root) {
   JsonObject* dns = JsonObjectMember(root, "dns");
@@ -77,10 +121,9 @@ void HandToSingBox(const Servers& servers, JsonObject* root) {
     return;
   }
   const std::string tag = UnusedDnsTag(dnsServers);
-  ForEachObject(JsonArrayMember(root, "outbounds"), [&](JsonObject* outbound) {
-    if (JsonMemberHasNonEmptyString(outbound, "server") &&
-        FindServer(servers, json_object_get_string_member(outbound, "server")) != nullptr) {
-      SetDomainResolver(outbound, tag);
+  ForEachDialer(root, [&](JsonObject* dialer) {
+    if (IsToOneOf(servers, dialer)) {
+      SetDomainResolver(dialer, tag);
     }
   });
   AddHostsServer(dnsServers, tag, servers);

@@ -10,22 +10,10 @@
 namespace quorvex::linux_service {
 namespace {
 
-void AddOnce(std::vector<std::string>* hosts, std::string host) {
-  if (!host.empty() && std::ranges::find(*hosts, host) == hosts->end()) {
-    hosts->push_back(std::move(host));
-  }
-}
-
 void AddStringMember(JsonObject* object, const char* member, std::vector<std::string>* hosts) {
   if (JsonMemberHasNonEmptyString(object, member)) {
-    AddOnce(hosts, json_object_get_string_member(object, member));
+    AddOnce(json_object_get_string_member(object, member), hosts);
   }
-}
-
-// "host:port" without its port; brackets around an IPv6 address go, too.
-std::string HostOfEndpoint(const std::string& endpoint) {
-  const std::string host = endpoint.substr(0, endpoint.rfind(':'));
-  return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
 }
 
 void AddServers(JsonObject* settings, const char* member, std::vector<std::string>* hosts) {
@@ -36,7 +24,7 @@ void AddServers(JsonObject* settings, const char* member, std::vector<std::strin
 void AddPeers(JsonObject* settings, std::vector<std::string>* hosts) {
   ForEachObject(JsonArrayMember(settings, "peers"), [hosts](JsonObject* peer) {
     if (JsonMemberHasNonEmptyString(peer, "endpoint")) {
-      AddOnce(hosts, HostOfEndpoint(json_object_get_string_member(peer, "endpoint")));
+      AddOnce(HostOfEndpoint(json_object_get_string_member(peer, "endpoint")), hosts);
     }
   });
 }
@@ -94,11 +82,8 @@ Servers ServersOf(JsonObject* outbound, const Servers& servers) {
 }
 
 bool IsLiteral(JsonNode* node) {
-  if (!JSON_NODE_HOLDS_VALUE(node) || json_node_get_value_type(node) != G_TYPE_STRING) {
-    return false;
-  }
-  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(json_node_get_string(node))) !=
-         nullptr;
+  return JSON_NODE_HOLDS_VALUE(node) && json_node_get_value_type(node) == G_TYPE_STRING &&
+         IsLiteralAddress(json_node_get_string(node));
 }
 
 // Whether the profile gives this name addresses of its own. A name instead would have to be looked
@@ -141,14 +126,15 @@ void AddXrayOutboundHosts(JsonObject* outbound, std::vector<std::string>* hosts)
   AddPeers(settings, hosts);
 }
 
-void AddXrayServerHosts(const std::string& configuration, std::vector<std::string>* hosts) {
-  GObjectPtr<JsonParser> parser;
-  JsonObject* root = nullptr;
-  if (!ParseJsonObject(configuration, &parser, &root).valid) {
-    return;
+std::vector<std::string> XrayServerHosts(const std::string& configuration) {
+  std::vector<std::string> hosts;
+  const GObjectPtr<JsonParser> parser = ParseJson(configuration);
+  JsonObject* root = parser == nullptr ? nullptr : RootObject(parser.get());
+  if (root != nullptr) {
+    ForEachObject(JsonArrayMember(root, "outbounds"),
+                  [&hosts](JsonObject* outbound) { AddXrayOutboundHosts(outbound, &hosts); });
   }
-  ForEachObject(JsonArrayMember(root, "outbounds"),
-                [hosts](JsonObject* outbound) { AddXrayOutboundHosts(outbound, hosts); });
+  return hosts;
 }
 
 void HandToXray(const Servers& servers, JsonObject* root) {

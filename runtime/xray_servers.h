@@ -16,8 +16,8 @@ namespace quorvex::linux_service {
 // Appends the outbound's server hosts, names and literal addresses alike, each once. Pure.
 void AddXrayOutboundHosts(JsonObject* outbound, std::vector<std::string>* hosts);
 
-// The same for every outbound of a configuration; a text that cannot be read adds none.
-void AddXrayServerHosts(const std::string& configuration, std::vector<std::string>* hosts);
+// The same for every outbound of a configuration; a text that cannot be read has none.
+[[nodiscard]] std::vector<std::string> XrayServerHosts(const std::string& configuration);
 
 // Gives each outbound to one of these servers a strategy that looks names up in Xray itself, and
 // Xray the addresses to find there. Addresses and strategies of the profile's own are kept as long

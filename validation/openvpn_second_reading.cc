@@ -35,6 +35,13 @@ std::string_view WordOr(const OpenVpnWords& words, std::size_t index) {
   return index < words.Count() ? words[index] : std::string_view();
 }
 
+// Whether the rules, which know neither quotes nor a byte order mark, saw the same name.
+bool IsWrittenPlainly(std::string_view trimmedLine, std::string_view name) {
+  trimmedLine.remove_prefix(trimmedLine.starts_with("--") ? 2 : 0);
+  const std::string_view behind = trimmedLine.substr(std::min(trimmedLine.size(), name.size()));
+  return trimmedLine.starts_with(name) && (behind.empty() || IsSpace(behind.front()));
+}
+
 Complaint CheckDeviceType(const OpenVpnWords& words) {
   const bool isTun = LowercaseAscii(WordOr(words, 1)).starts_with("tun");
   return isTun ? Complaint() : Complaint(kOpenVpnIncomplete);
@@ -107,7 +114,13 @@ Complaint SecondReader::ReadLine(std::string_view line, bool firstOfText) {
   }
   const bool opensBlock =
       words.Count() == 1 && words[0].starts_with('<') && words[0].ends_with('>');
-  return opensBlock ? ReadBlock(trimmed) : ReadOption();
+  if (opensBlock) {
+    return ReadBlock(trimmed);
+  }
+  if (const Complaint complaint = ReadOption()) {
+    return complaint;
+  }
+  return IsWrittenPlainly(trimmed, words[0]) ? Complaint() : Complaint(kOpenVpnForbidden);
 }
 
 // Only what all three readers open alike: not `--<ca>`, not `"<ca>"`, nothing behind the tag.

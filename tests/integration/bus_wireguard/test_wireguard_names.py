@@ -145,3 +145,41 @@ def test_abandoned_look_ups_do_not_hold_up_a_later_connect(flow, silence):
     began = time.monotonic()
     flow.connected()
     assert time.monotonic() - began < 3
+
+
+# The look-up of the kill switch, after the tunnel is up.
+
+DEAD_AND_GOOD = "nameserver 192.0.2.77\nnameserver 10.99.0.2\n"
+
+
+def test_the_kill_switch_waits_as_long_as_the_resolver_does(flow, server):
+    """A first name server that is dead costs the C library five seconds; the second one knows the answer."""
+    server.dns_server("10.99.0.2", {"vpn.test": ["10.99.0.2"]})
+    flow.world.put_file("/etc/resolv.conf", DEAD_AND_GOOD)
+    flow.world.run(["/media/bin/ip", "route", "add", "192.0.2.77/32", "dev", "phys0"])
+    flow.start()
+    assert flow.connect(NAMED, kill_switch=True)["stage"] == "connected"
+    assert ("info", "Kill switch active for this tunnel.") in flow.logs()
+    [script] = [call.stdin for call in flow.world.calls("nft", "-f") if "daddr" in call.stdin]
+    assert "ip daddr { 10.99.0.2 } accept" in script
+
+
+def test_a_disconnect_ends_the_look_up_of_the_kill_switch(flow, server):
+    answering = server.dns_server("10.99.0.2", {"vpn.test": ["10.99.0.2"]})
+    flow.world.put_file("/etc/resolv.conf", PATIENT_RESOLVER)
+    gate = flow.wg_quick.gate("up")
+    flow.start()
+    flow.begin_connect(NAMED, kill_switch=True)
+    flow.world.wait_call("wg-quick", "up")
+    answering.kill()
+    answering.wait()
+    server.dns_server("10.99.0.2", {}, silent=True)
+    wire = server.capture("phys0-peer", "udp port 53")
+    gate.open()
+    wire.wait_packet("vpn.test")
+    began = time.monotonic()
+    flow.alice.call("GetConnectionSnapshot")
+    assert time.monotonic() - began < 0.5
+    flow.alice.call("Disconnect")
+    assert flow.settled("disconnected") == {"stage": "disconnected"}
+    assert time.monotonic() - began < 3

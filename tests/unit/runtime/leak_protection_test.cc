@@ -57,6 +57,16 @@ TEST_F(TheAddressesLetThrough, AreNotLookedUpOnceCancelled) {
               ElementsAre("198.51.100.7"));
 }
 
+TEST_F(TheAddressesLetThrough, AreAlsoThoseThatOnlyTheEngineSees) {
+  EXPECT_THAT(
+      AddressesToLetThrough(EngineKind::kOpenVpn, "remote \"198.51.100.7\" 1194\n", {}, Never),
+      ElementsAre("198.51.100.7"));
+  EXPECT_THAT(AddressesToLetThrough(EngineKind::kXray,
+                                    R"({"outbounds":[{"settings":{"address":"198.51.100.7"}}]})",
+                                    {}, Never),
+              ElementsAre("198.51.100.7"));
+}
+
 TEST_F(TheAddressesLetThrough, AreTheConfigurationsAloneWhenTheyAreLiteral) {
   const std::string literal = "remote 198.51.100.7\nremote fd00::7\nremote 198.51.100.7\n";
   EXPECT_EQ(AddressesToLetThrough(EngineKind::kOpenVpn, literal, {}, Never),
@@ -75,8 +85,8 @@ INSTANTIATE_TEST_SUITE_P(
     Of, AnAddressList,
     ::testing::Values(
         ReadableCase{"OrdinaryAddresses",
-                     {"198.51.100.7", "2001:DB8::05", "::ffff:192.0.2.1", "::192.0.2.1"},
-                     {"198.51.100.7", "2001:DB8::05", "::ffff:192.0.2.1", "::192.0.2.1"}},
+                     {"198.51.100.7", "2001:DB8::05", "::FFFF:192.0.2.1", "::0.0.0.1"},
+                     {"198.51.100.7", "2001:DB8::05", "::FFFF:192.0.2.1", "::0.0.0.1"}},
         ReadableCase{"AnIpv4Tail",
                      {"198.51.100.7", "2001:db8::192.0.2.1"},
                      {"198.51.100.7", "2001:db8::c000:201"}},
@@ -84,9 +94,10 @@ INSTANTIATE_TEST_SUITE_P(
                      {"198.51.100.7", "0::FFFF:192.0.2.1"},
                      {"198.51.100.7", "::ffff:192.0.2.1"}},
         ReadableCase{"AScope", {"fe80::1%1", "198.51.100.7"}, {"198.51.100.7"}},
-        ReadableCase{"UnreadableAddressesAlone",
-                     {"fe80::1%1", "2001:db8::192.0.2.1"},
-                     {"fe80::1%1", "2001:db8::192.0.2.1"}},
+        ReadableCase{
+            "AScopeBesideAnIpv4Tail", {"fe80::1%1", "2001:db8::192.0.2.1"}, {"2001:db8::c000:201"}},
+        ReadableCase{"AnUnreadableAddressAlone", {"2001:db8::192.0.2.1"}, {"2001:db8::192.0.2.1"}},
+        ReadableCase{"ScopesAlone", {"fe80::1%1", "fe80::2%1"}, {"fe80::1%1", "fe80::2%1"}},
         ReadableCase{"Nothing", {}, {}}),
     test::CaseName());
 

@@ -256,7 +256,7 @@ constexpr ProxyCase kByOutbound[] = {
      "b"},
     {"TagsThatAreMissing", "vless", R"({"type": "vless"}, {"type": "vless", "tag": "b"})", "b"},
     {"TagsThatAreNoText", "vless",
-     R"({"type": "vless", "tag": 1}, {"type": "vless", "tag": null}, {"type": "vless", "tag": "b"})",
+     R"({"type": "vless", "tag":1}, {"type": "vless", "tag": null}, {"type": "vless", "tag": "b"})",
      "b"},
     {"TypesThatAreMissing", "sing-box", R"({"tag": "a"}, {"type": "vless", "tag": "b"})", "b"},
     {"TypesThatAreNoText", "sing-box",

@@ -132,13 +132,22 @@ TEST(OpenVpnsReading, KnowsOnlyTunDevices) {
   }
 }
 
-TEST(OpenVpnsReading, NeedsClientModeAndARemoteOfItsOwn) {
-  ExpectRefusals({{"ClientInQuotes", "\"client\"\nclient\nremote e\ndev tun"},
+// The rules did not see such an option, nor does the kill switch's reader.
+TEST(OpenVpnsReading, RefusesAnOptionThatTheRulesSawUnderAnotherName) {
+  ExpectRefusals({{"ClientInQuotes", "\"client\"\nclient\nremote e\ndev tun", kOpenVpnForbidden},
                   {"ClientBehindAByteOrderMark",
                    "\xEF\xBB\xBF"
-                   "client\nclient\nremote e\ndev tun"},
-                  {"RemoteInQuotesBesideAPlainOne", "client\nremote e\n\"remote\" f\ndev tun"},
-                  {"RemoteOfAComment", "client\nremote # e\ndev tun", kOpenVpnForbidden},
+                   "client\nclient\nremote e\ndev tun",
+                   kOpenVpnForbidden},
+                  {"RemoteInQuotesBesideAPlainOne", "client\nremote e\n\"remote\" f\ndev tun",
+                   kOpenVpnForbidden},
+                  {"ADashedRemoteInQuotes", AfterBasis("\"--remote\" f"), kOpenVpnForbidden},
+                  {"AnEscapedName", AfterBasis("\\verb 3"), kOpenVpnForbidden},
+                  {"AHarmlessNameInQuotes", AfterBasis("'verb' 3"), kOpenVpnForbidden}});
+}
+
+TEST(OpenVpnsReading, NeedsClientModeAndARemoteOfItsOwn) {
+  ExpectRefusals({{"RemoteOfAComment", "client\nremote # e\ndev tun", kOpenVpnForbidden},
                   {"RemoteOfAnEmptyWord", "client\nremote \"\"\ndev tun"},
                   {"ClientWithAnArgument", "client x\nremote e\ndev tun", kOpenVpnForbidden}});
 }
@@ -176,8 +185,8 @@ TEST(OpenVpnsReading, BindsToNoPlaceOfTheProfilesChoice) {
 TEST(OpenVpnsReading, TakesNoFileForAProxy) {
   for (const char* line :
        {"http-proxy h 8080", "http-proxy h 8080 auto", "http-proxy h 8080 auto-nct",
-        "http-proxy h 8080 AUTO", "http-proxy h 8080 auto ntlm", "socks-proxy h", "socks-proxy h 1",
-        "\"http-proxy\" h 8080 \"auto\""}) {
+        "http-proxy h 8080 AUTO", "http-proxy h 8080 auto ntlm", "socks-proxy h",
+        "socks-proxy h 1"}) {
     EXPECT_EQ(Refusal(AfterBasis(line)), "") << line;
   }
   for (const char* line :
