@@ -8,6 +8,7 @@ import time
 
 import pytest
 
+from quorvex_world import BusError
 from wireguard_flow import BRING_UP, CLEAR_GROUND, PROFILE
 
 pytestmark = pytest.mark.bus
@@ -127,10 +128,15 @@ def test_the_bus_is_answered_during_the_look_up(flow, silence):
     flow.start()
     flow.begin_connect(NAMED)
     silence.wait_packet("vpn.test")
-    for method in ("GetConnectionSnapshot", "GetRuntimeInfo", "GetCapabilities", "GetNetworkPath"):
+    for method in ("GetConnectionSnapshot", "GetRuntimeInfo", "GetCapabilities", "GetNetworkPath", "Initialize",
+                   "RequestVpnPermission", "GenerateWireGuardKeyPair"):
         began = time.monotonic()
         flow.alice.call(method)
         assert time.monotonic() - began < 0.5, method
+    began = time.monotonic()
+    with pytest.raises(BusError) as refusal:
+        flow.alice.connect("p2", "wireGuard", NAMED)
+    assert refusal.value.name.endswith("Busy") and time.monotonic() - began < 0.5
     assert flow.snapshot()["stage"] == "connecting"
 
 

@@ -210,6 +210,8 @@ TEST(ASingBoxProfile, IsRefusedByTheFirstRuleThatFails) {
        {"DnsBeforeInbounds", R"({"inbounds": []})", kNoDns},
        {"DnsServersBeforeInbounds", R"({"dns": {"servers": [{}]}})", kDnsIncomplete},
        {"InboundsBeforeOutbounds", "{" + kDns + "}", kNoInbound},
+       {"ABadInboundBeforeOutbounds", "{" + kDns + R"(, "inbounds": [1]})", kBadInbound},
+       {"ANonTunInboundBeforeOutbounds", "{" + kDns + R"(, "inbounds": [{}]})", kNoAutoRoute},
        {"TheCountOfInboundsBeforeTheirKind", "{" + kDns + R"(, "inbounds": [1, 2]})",
         kNotOneInbound}});
 }
