@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "killswitch/endpoint_hosts.h"
 #include "killswitch/kill_switch.h"
 #include "runtime/glib_ptr.h"
+#include "runtime/unique_texts.h"
 
 namespace quorvex::linux_service {
 namespace {
 
 using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
-
-void AddAddress(std::vector<std::string>* addresses, const std::string& text) {
-  if (std::ranges::find(*addresses, text) == addresses->end()) {
-    addresses->push_back(text);
-  }
-}
 
 bool IsLiteralAddress(const std::string& host) {
   return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
@@ -38,17 +33,17 @@ std::vector<std::string> AskResolver(const std::string& host) {
 
 std::vector<std::string> CollectEndpointAddresses(EngineKind kind, const std::string& configuration,
                                                   const NameLookUp& lookUp) {
-  std::vector<std::string> addresses;
+  UniqueTexts addresses;
   for (const std::string& host : CollectEndpointHosts(kind, configuration)) {
     if (IsLiteralAddress(host)) {
-      AddAddress(&addresses, host);
+      addresses.Add(host);
       continue;
     }
-    for (const std::string& address : lookUp(host)) {
-      AddAddress(&addresses, address);
+    for (std::string& address : lookUp(host)) {
+      addresses.Add(std::move(address));
     }
   }
-  return addresses;
+  return std::move(addresses).Take();
 }
 
 std::vector<std::string> CollectEndpointAddresses(EngineKind kind,

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "killswitch/endpoint_hosts.h"
 
-#include <algorithm>
+#include <utility>
 
 #include "killswitch/host_readers.h"
 
@@ -23,11 +23,9 @@ std::string TrimAscii(const std::string& text) {
 
 void AddHost(HostList* hosts, const std::string& candidate) {
   std::string host = TrimAscii(candidate);
-  if (host.empty() || host.size() > kLongestHost ||
-      std::ranges::find(*hosts, host) != hosts->end()) {
-    return;
+  if (!host.empty() && host.size() <= kLongestHost) {
+    hosts->Add(std::move(host));
   }
-  hosts->push_back(std::move(host));
 }
 
 std::vector<std::string> CollectEndpointHosts(EngineKind kind, const std::string& configuration) {
@@ -48,7 +46,7 @@ std::vector<std::string> CollectEndpointHosts(EngineKind kind, const std::string
     case EngineKind::kUnsupported:
       break;
   }
-  return hosts;
+  return std::move(hosts).Take();
 }
 
 }  // namespace quorvex::linux_service

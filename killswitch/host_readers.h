@@ -5,11 +5,12 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+#include "runtime/unique_texts.h"
 
 namespace quorvex::linux_service {
 
-using HostList = std::vector<std::string>;
+using HostList = UniqueTexts;
 
 void ReadSingBoxHosts(const std::string& configuration, HostList* hosts);
 void ReadXrayHosts(const std::string& configuration, HostList* hosts);

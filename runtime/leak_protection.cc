@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/leak_protection.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -9,6 +8,7 @@
 #include "killswitch/kill_switch.h"
 #include "killswitch/sing_box_route.h"
 #include "runtime/json_text.h"
+#include "runtime/unique_texts.h"
 #include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
@@ -31,6 +31,14 @@ bool IsReadableForNft(const std::string& address) {
   const std::size_t tail = address.rfind(':') + 1;
   const std::string head = LowercaseAscii(address.substr(0, tail));
   return address.find('%') == std::string::npos && (head == "::" || head == "::ffff:");
+}
+
+// Packets to an IPv4 address written as IPv6 leave as IPv4.
+void AddIpv4Tail(const std::string& address, UniqueTexts* addresses) {
+  constexpr std::string_view kMapped = "::ffff:";
+  if (LowercaseAscii(address).starts_with(kMapped) && address.find('.') != std::string::npos) {
+    addresses->Add(address.substr(kMapped.size()));
+  }
 }
 
 // A number, or a text with one, decimal or hexadecimal. Nothing when it is neither: sing-box knows
@@ -75,20 +83,25 @@ std::optional<std::uint32_t> SingBoxMark(const std::string& rawConfig) {
 std::vector<std::string> AddressesToLetThrough(EngineKind engine, const std::string& rawConfig,
                                                const std::vector<NamedServer>& servers,
                                                const std::function<bool()>& cancelled) {
-  std::vector<std::string> addresses = CollectEndpointAddresses(
-      engine, rawConfig,
-      [&cancelled](const std::string& name) { return LookUpAddresses(name, cancelled); });
-  for (std::string& host : CollectServerHosts(engine, rawConfig)) {
+  UniqueTexts addresses;
+  const NameLookUp lookUp = [&cancelled](const std::string& name) {
+    return LookUpAddresses(name, cancelled);
+  };
+  for (std::string& address : CollectEndpointAddresses(engine, rawConfig, lookUp)) {
+    addresses.Add(std::move(address));
+  }
+  for (const std::string& host : CollectServerHosts(engine, rawConfig)) {
     if (IsLiteralAddress(host)) {
-      AddOnce(std::move(host), &addresses);
+      addresses.Add(host);
+      AddIpv4Tail(host, &addresses);
     }
   }
   for (const NamedServer& server : servers) {
     for (const std::string& address : server.addresses) {
-      AddOnce(address, &addresses);
+      addresses.Add(address);
     }
   }
-  return addresses;
+  return std::move(addresses).Take();
 }
 
 void MakeReadableForNft(std::vector<std::string>* addresses) {

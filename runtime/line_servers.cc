@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "runtime/server_look_up.h"
 #include "validation/openvpn_tokens.h"
@@ -34,21 +35,21 @@ bool NamesServer(const OpenVpnWords& words) {
 }  // namespace
 
 std::vector<std::string> WireGuardServerHosts(const std::string& configuration) {
-  std::vector<std::string> hosts;
+  UniqueTexts hosts;
   for (std::string_view text = configuration; !text.empty();) {
     const std::string_view line = TakeLine(&text);
     const std::string_view content = line.substr(0, line.find('#'));
     const std::size_t equals = content.find('=');
     if (equals != std::string_view::npos &&
         EqualsIgnoringCase(Trim(content.substr(0, equals)), "endpoint")) {
-      AddOnce(HostOfEndpoint(Trim(content.substr(equals + 1))), &hosts);
+      AddServerHost(HostOfEndpoint(Trim(content.substr(equals + 1))), &hosts);
     }
   }
-  return hosts;
+  return std::move(hosts).Take();
 }
 
 std::vector<std::string> OpenVpnServerHosts(const std::string& configuration) {
-  std::vector<std::string> hosts;
+  UniqueTexts hosts;
   OpenVpnWords words;
   bool first = true;
   for (std::string_view text = configuration; !text.empty(); first = false) {
@@ -58,10 +59,10 @@ std::vector<std::string> OpenVpnServerHosts(const std::string& configuration) {
     if (OpensBlock(words)) {
       SkipBlock(words[0], &text);
     } else if (NamesServer(words)) {
-      AddOnce(std::string(words[1]), &hosts);
+      AddServerHost(std::string(words[1]), &hosts);
     }
   }
-  return hosts;
+  return std::move(hosts).Take();
 }
 
 }  // namespace quorvex::linux_service

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/server_look_up.h"
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include "runtime/glib_ptr.h"
-#include "runtime/private_context.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -14,113 +18,156 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr int kLimitSeconds = 5;
-constexpr guint kPauseMilliseconds = 50;
-// Each question holds a thread, also when nobody waits for its answer any more.
-constexpr std::size_t kAtOnce = 8;
+constexpr std::chrono::milliseconds kPause{50};
+constexpr std::size_t kWarningLimit = 8;
+// No engine tries more: OpenVPN, for one, refuses a 65th remote.
+constexpr std::size_t kMostNames = 64;
+
+// GLib looks a name up on one of its ten task threads, which also feed nft and end with the
+// resolver's patience, not with ours. So few of them are taken by the whole process, those of
+// abandoned look-ups included, that the rest always goes on.
+constexpr int kAtOnce = 4;
+std::atomic<int> lookUpsUnderWay{0};
 
 using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
+using GThreadPtr = std::unique_ptr<GThread, ReleaseWith<g_thread_unref>>;
 
-struct Question {
-  std::string name;
+struct Answer {
   std::vector<std::string> addresses;
-  GErrorSlot error;
-  std::size_t* running = nullptr;
+  // Why there is none; empty while nothing has answered.
+  std::string failure;
 };
 
-void TakeAnswer(GObject* resolver, GAsyncResult* result, gpointer data) {
-  auto* question = static_cast<Question*>(data);
+// What the threads of one call share with it. The last one to leave frees it.
+struct Answers {
+  explicit Answers(std::size_t count) : list(count) {}
+
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<Answer> list;
+  std::size_t open = 0;
+};
+
+struct Question {
+  std::shared_ptr<Answers> answers;
+  std::size_t index;
+  std::string name;
+};
+
+Answer AskResolver(const std::string& name) {
+  const GObjectPtr<GResolver> resolver(g_resolver_get_default());
+  GErrorSlot error;
   const AddressListPtr found(
-      g_resolver_lookup_by_name_finish(G_RESOLVER(resolver), result, question->error.Out()));
+      g_resolver_lookup_by_name(resolver.get(), name.c_str(), nullptr, error.Out()));
+  Answer answer = {{}, error.MessageOr("")};
   for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
     const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
-    question->addresses.emplace_back(text.get());
+    answer.addresses.emplace_back(text.get());
   }
-  --*question->running;
+  return answer;
 }
 
-gboolean KeepAwake(gpointer /*unused*/) {
-  return G_SOURCE_CONTINUE;
+gpointer LookUpThread(gpointer data) {
+  const std::unique_ptr<Question> question(static_cast<Question*>(data));
+  Answer answer = AskResolver(question->name);
+  lookUpsUnderWay.fetch_sub(1);
+  Answers& answers = *question->answers;
+  {
+    const std::scoped_lock lock(answers.mutex);
+    answers.list[question->index] = std::move(answer);
+    --answers.open;
+  }
+  answers.arrived.notify_all();
+  return nullptr;
 }
 
-// The questions of one call. Everything happens on one thread, in its private context.
-class LookUp {
- public:
-  explicit LookUp(const std::vector<std::string>& names) : questions(names.size()) {
-    for (std::size_t index = 0; index < names.size(); ++index) {
-      questions[index].name = names[index];
-      questions[index].running = &running;
+bool TakePlace() {
+  int taken = lookUpsUnderWay.load();
+  while (taken < kAtOnce) {
+    if (lookUpsUnderWay.compare_exchange_weak(taken, taken + 1)) {
+      return true;
     }
   }
-  LookUp(const LookUp&) = delete;
-  LookUp& operator=(const LookUp&) = delete;
-  // The answers that are still awaited refer to the questions.
-  ~LookUp() { Abandon(); }
+  return false;
+}
 
-  // False when cancelled.
+// The questions of one call.
+class LookUp {
+ public:
+  explicit LookUp(const std::vector<std::string>& asked)
+      : names(asked), answers(std::make_shared<Answers>(asked.size())) {}
+
+  // False when cancelled. What has not answered by then goes on for nobody.
   [[nodiscard]] bool Run(steady_clock::time_point deadline,
                          const std::function<bool()>& cancelled) {
-    const ContextTimer timer(context, kPauseMilliseconds, KeepAwake, nullptr);
-    for (AskMore(); running > 0; AskMore()) {
+    while (!IsDone()) {
       if (cancelled()) {
         return false;
       }
       if (steady_clock::now() >= deadline) {
         break;
       }
-      context.RunOnce();
+      AskMore();
+      std::unique_lock lock(answers->mutex);
+      answers->arrived.wait_for(lock, kPause);
     }
-    Abandon();
     return !cancelled();
   }
 
-  [[nodiscard]] std::vector<std::string> AddressesOfTheOnly() const {
-    return questions.front().addresses;
-  }
-
-  void Deliver(std::vector<NamedServer>* servers) {
-    for (Question& question : questions) {
-      if (question.addresses.empty()) {
-        Warn(question);
-      } else {
-        servers->push_back({std::move(question.name), std::move(question.addresses)});
-      }
-    }
+  // The answers so far, in the order of the names.
+  [[nodiscard]] std::vector<Answer> Take() {
+    const std::scoped_lock lock(answers->mutex);
+    return answers->list;
   }
 
  private:
+  [[nodiscard]] bool IsDone() {
+    const std::scoped_lock lock(answers->mutex);
+    return next == names.size() && answers->open == 0;
+  }
+
   void AskMore() {
-    while (running < kAtOnce && next < questions.size()) {
-      ++running;
-      Question* question = &questions[next++];
-      g_resolver_lookup_by_name_async(resolver.get(), question->name.c_str(), cancellable.get(),
-                                      TakeAnswer, question);
+    while (next < names.size() && TakePlace()) {
+      Ask(next++);
     }
   }
 
-  // The resolver's threads may go on, but nothing of ours waits for them.
-  void Abandon() {
-    g_cancellable_cancel(cancellable.get());
-    while (running > 0) {
-      context.RunOnce();
+  void Ask(std::size_t index) {
+    auto question = std::make_unique<Question>(Question{answers, index, names[index]});
+    {
+      const std::scoped_lock lock(answers->mutex);
+      ++answers->open;
     }
+    GErrorSlot error;
+    const GThreadPtr thread(
+        g_thread_try_new("quorvex-look-up", LookUpThread, question.get(), error.Out()));
+    if (thread != nullptr) {
+      static_cast<void>(question.release());
+      return;
+    }
+    lookUpsUnderWay.fetch_sub(1);
+    const std::scoped_lock lock(answers->mutex);
+    answers->list[index].failure = error.MessageOr("");
+    --answers->open;
   }
 
-  static void Warn(const Question& question) {
-    if (question.error.IsSet() && !question.error.Matches(G_IO_ERROR, G_IO_ERROR_CANCELLED)) {
-      g_log(nullptr, G_LOG_LEVEL_WARNING, "%s", question.error.MessageOr(""));
-    } else {
-      g_log(nullptr, G_LOG_LEVEL_WARNING, "Error resolving “%s”: no answer within %d seconds",
-            question.name.c_str(), kLimitSeconds);
-    }
-  }
-
-  const PrivateContext context;
-  const GObjectPtr<GResolver> resolver{g_resolver_get_default()};
-  const GObjectPtr<GCancellable> cancellable{g_cancellable_new()};
-  std::vector<Question> questions;
+  const std::vector<std::string>& names;
+  std::shared_ptr<Answers> answers;
   std::size_t next = 0;
-  std::size_t running = 0;
 };
+
+void Warn(const std::string& name, const Answer& answer) {
+  const std::string late = "no answer within " + std::to_string(kLimitSeconds) + " seconds";
+  g_log(nullptr, G_LOG_LEVEL_WARNING, "The address of the VPN server “%s” is not known: %s",
+        name.c_str(), (answer.failure.empty() ? late : answer.failure).c_str());
+}
+
+void WarnOfMore(std::size_t unanswered) {
+  if (unanswered > kWarningLimit) {
+    g_log(nullptr, G_LOG_LEVEL_WARNING, "The addresses of %zu more VPN servers are not known.",
+          unanswered - kWarningLimit);
+  }
+}
 
 }  // namespace
 
@@ -130,21 +177,34 @@ bool LookUpServers(const std::vector<std::string>& names, const std::function<bo
   if (names.empty()) {
     return true;
   }
-  LookUp lookUp(names);
+  const std::vector<std::string> asked(
+      names.begin(),
+      names.begin() + static_cast<std::ptrdiff_t>(std::min(names.size(), kMostNames)));
+  LookUp lookUp(asked);
   if (!lookUp.Run(steady_clock::now() + std::chrono::seconds(kLimitSeconds), cancelled)) {
     return false;
   }
-  lookUp.Deliver(servers);
+  std::vector<Answer> answers = lookUp.Take();
+  std::size_t unanswered = 0;
+  for (std::size_t index = 0; index < asked.size(); ++index) {
+    if (!answers[index].addresses.empty()) {
+      servers->push_back({asked[index], std::move(answers[index].addresses)});
+    } else if (++unanswered <= kWarningLimit) {
+      Warn(asked[index], answers[index]);
+    }
+  }
+  WarnOfMore(unanswered + names.size() - asked.size());
   return true;
 }
 
 std::vector<std::string> LookUpAddresses(const std::string& name,
                                          const std::function<bool()>& cancelled) {
-  LookUp lookUp({name});
+  const std::vector<std::string> names = {name};
+  LookUp lookUp(names);
   if (!lookUp.Run(steady_clock::time_point::max(), cancelled)) {
     return {};
   }
-  return lookUp.AddressesOfTheOnly();
+  return std::move(lookUp.Take().front().addresses);
 }
 
 }  // namespace quorvex::linux_service

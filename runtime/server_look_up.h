@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "runtime/engine_catalogue.h"
+#include "runtime/unique_texts.h"
 
 namespace quorvex::linux_service {
 
@@ -40,13 +41,14 @@ struct NamedServer {
 // "host:port" without its port, "[v6]:port" without brackets and port. Pure.
 [[nodiscard]] std::string HostOfEndpoint(std::string_view endpoint);
 
-// Appends the host unless it is empty or in the list already.
-void AddOnce(std::string host, std::vector<std::string>* hosts);
+// Adds a host to those of a profile; what is empty or longer than 255 bytes is none.
+void AddServerHost(std::string host, UniqueTexts* hosts);
 
-// Asks the system's resolver for all `names`, for at most five seconds in all, blocking the calling
-// thread. The answers go to `servers` in the order of `names`; a name without an answer is left out
-// and the journal gets a warning. False when `cancelled`, which is asked on the calling thread
-// some twenty times a second, returned true: `servers` is then empty. No pointer may be null.
+// Asks the system's resolver for `names`, for at most five seconds in all, blocking the calling
+// thread. The answers go to `servers` in the order of `names`; a name without an answer, and each
+// beyond the first 64, is left out and the journal gets a warning. False when `cancelled`, which is
+// asked on the calling thread some twenty times a second, returned true: `servers` is then empty.
+// No pointer may be null.
 [[nodiscard]] bool LookUpServers(const std::vector<std::string>& names,
                                  const std::function<bool()>& cancelled,
                                  std::vector<NamedServer>* servers);

@@ -10,9 +10,17 @@
 namespace quorvex::linux_service {
 namespace {
 
-// An IPv6 address with a scope is no name either, although GLib does not read it.
+constexpr std::size_t kLongestHost = 255;
+
+// An IPv6 address with a scope is no name either, although GLib does not read it. A name with a
+// blank or a control byte does not exist, and the journal should not be asked to show it.
 bool IsName(const std::string& host) {
-  return host.find(':') == std::string::npos && !IsLiteralAddress(host);
+  return std::ranges::none_of(host,
+                              [](unsigned char byte) {
+                                constexpr unsigned char kDelete = 0x7F;
+                                return byte <= ' ' || byte == kDelete || byte == ':';
+                              }) &&
+         !IsLiteralAddress(host);
 }
 
 }  // namespace
@@ -54,9 +62,9 @@ std::string HostOfEndpoint(std::string_view endpoint) {
   return std::string(isBracketed ? host.substr(1, host.size() - 2) : host);
 }
 
-void AddOnce(std::string host, std::vector<std::string>* hosts) {
-  if (!host.empty() && std::ranges::find(*hosts, host) == hosts->end()) {
-    hosts->push_back(std::move(host));
+void AddServerHost(std::string host, UniqueTexts* hosts) {
+  if (!host.empty() && host.size() <= kLongestHost) {
+    hosts->Add(std::move(host));
   }
 }
 

@@ -71,25 +71,25 @@ void PutRuleFirst(JsonObject* dns, const std::string& tag, const Servers& server
   json_object_set_array_member(dns, "rules", rules);
 }
 
-void AddStringMember(JsonObject* object, const char* name, std::vector<std::string>* hosts) {
+void AddStringMember(JsonObject* object, const char* name, UniqueTexts* hosts) {
   if (JsonMemberHasNonEmptyString(object, name)) {
-    AddOnce(json_object_get_string_member(object, name), hosts);
+    AddServerHost(json_object_get_string_member(object, name), hosts);
   }
 }
 
 // An outbound names one server, a WireGuard endpoint one for each peer.
-std::vector<std::string> HostsOf(JsonObject* dialer) {
-  std::vector<std::string> hosts;
-  AddStringMember(dialer, "server", &hosts);
+void AddHostsOf(JsonObject* dialer, UniqueTexts* hosts) {
+  AddStringMember(dialer, "server", hosts);
   ForEachObject(JsonArrayMember(dialer, "peers"),
-                [&hosts](JsonObject* peer) { AddStringMember(peer, "address", &hosts); });
-  return hosts;
+                [hosts](JsonObject* peer) { AddStringMember(peer, "address", hosts); });
 }
 
 bool IsToOneOf(const Servers& servers, JsonObject* dialer) {
-  const std::vector<std::string> hosts = HostsOf(dialer);
-  return std::ranges::any_of(
-      hosts, [&servers](const std::string& host) { return FindServer(servers, host) != nullptr; });
+  UniqueTexts hosts;
+  AddHostsOf(dialer, &hosts);
+  return std::ranges::any_of(std::move(hosts).Take(), [&servers](const std::string& host) {
+    return FindServer(servers, host) != nullptr;
+  });
 }
 
 template <typename Visitor>
@@ -101,17 +101,13 @@ void ForEachDialer(JsonObject* root, Visitor visit) {
 }  // namespace
 
 std::vector<std::string> SingBoxServerHosts(const std::string& configuration) {
-  std::vector<std::string> hosts;
+  UniqueTexts hosts;
   const GObjectPtr<JsonParser> parser = ParseJson(configuration);
   JsonObject* root = parser == nullptr ? nullptr : RootObject(parser.get());
   if (root != nullptr) {
-    ForEachDialer(root, [&hosts](JsonObject* dialer) {
-      for (std::string& host : HostsOf(dialer)) {
-        AddOnce(std::move(host), &hosts);
-      }
-    });
+    ForEachDialer(root, [&hosts](JsonObject* dialer) { AddHostsOf(dialer, &hosts); });
   }
-  return hosts;
+  return std::move(hosts).Take();
 }
 
 void HandToSingBox(const Servers& servers, JsonObject* root) {

@@ -10,21 +10,21 @@
 namespace quorvex::linux_service {
 namespace {
 
-void AddStringMember(JsonObject* object, const char* member, std::vector<std::string>* hosts) {
+void AddStringMember(JsonObject* object, const char* member, UniqueTexts* hosts) {
   if (JsonMemberHasNonEmptyString(object, member)) {
-    AddOnce(json_object_get_string_member(object, member), hosts);
+    AddServerHost(json_object_get_string_member(object, member), hosts);
   }
 }
 
-void AddServers(JsonObject* settings, const char* member, std::vector<std::string>* hosts) {
+void AddServers(JsonObject* settings, const char* member, UniqueTexts* hosts) {
   ForEachObject(JsonArrayMember(settings, member),
                 [hosts](JsonObject* server) { AddStringMember(server, "address", hosts); });
 }
 
-void AddPeers(JsonObject* settings, std::vector<std::string>* hosts) {
+void AddPeers(JsonObject* settings, UniqueTexts* hosts) {
   ForEachObject(JsonArrayMember(settings, "peers"), [hosts](JsonObject* peer) {
     if (JsonMemberHasNonEmptyString(peer, "endpoint")) {
-      AddOnce(HostOfEndpoint(json_object_get_string_member(peer, "endpoint")), hosts);
+      AddServerHost(HostOfEndpoint(json_object_get_string_member(peer, "endpoint")), hosts);
     }
   });
 }
@@ -70,10 +70,10 @@ void SetDomainStrategy(JsonObject* outbound, const Servers& servers) {
 }
 
 Servers ServersOf(JsonObject* outbound, const Servers& servers) {
-  std::vector<std::string> hosts;
+  UniqueTexts hosts;
   AddXrayOutboundHosts(outbound, &hosts);
   Servers named;
-  for (const std::string& host : hosts) {
+  for (const std::string& host : std::move(hosts).Take()) {
     if (const NamedServer* server = FindServer(servers, host); server != nullptr) {
       named.push_back(*server);
     }
@@ -115,7 +115,7 @@ void AddHosts(JsonObject* hosts, const Servers& servers) {
 
 }  // namespace
 
-void AddXrayOutboundHosts(JsonObject* outbound, std::vector<std::string>* hosts) {
+void AddXrayOutboundHosts(JsonObject* outbound, UniqueTexts* hosts) {
   JsonObject* settings = JsonObjectMember(outbound, "settings");
   if (settings == nullptr) {
     return;
@@ -127,14 +127,14 @@ void AddXrayOutboundHosts(JsonObject* outbound, std::vector<std::string>* hosts)
 }
 
 std::vector<std::string> XrayServerHosts(const std::string& configuration) {
-  std::vector<std::string> hosts;
+  UniqueTexts hosts;
   const GObjectPtr<JsonParser> parser = ParseJson(configuration);
   JsonObject* root = parser == nullptr ? nullptr : RootObject(parser.get());
   if (root != nullptr) {
     ForEachObject(JsonArrayMember(root, "outbounds"),
                   [&hosts](JsonObject* outbound) { AddXrayOutboundHosts(outbound, &hosts); });
   }
-  return hosts;
+  return std::move(hosts).Take();
 }
 
 void HandToXray(const Servers& servers, JsonObject* root) {

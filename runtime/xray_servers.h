@@ -10,11 +10,12 @@
 #include <vector>
 
 #include "runtime/server_look_up.h"
+#include "runtime/unique_texts.h"
 
 namespace quorvex::linux_service {
 
 // Appends the outbound's server hosts, names and literal addresses alike, each once. Pure.
-void AddXrayOutboundHosts(JsonObject* outbound, std::vector<std::string>* hosts);
+void AddXrayOutboundHosts(JsonObject* outbound, UniqueTexts* hosts);
 
 // The same for every outbound of a configuration; a text that cannot be read has none.
 [[nodiscard]] std::vector<std::string> XrayServerHosts(const std::string& configuration);

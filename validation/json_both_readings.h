@@ -4,18 +4,17 @@
 // engine's own reading.
 #pragma once
 
-#include <json-glib/json-glib.h>
-
 #include <functional>
 #include <string>
 
 #include "validation/json_engine_reading.h"
+#include "validation/json_guards.h"
 #include "validation/profile_validation.h"
 
 namespace quorvex::linux_service {
 
-// The sentence with which the rules refuse the root, which is an object; null if they do not.
-using JsonRules = std::function<const char*(JsonNode* root)>;
+// The sentence with which the rules refuse the profile; null if they do not.
+using JsonRules = std::function<const char*(const JsonProfile& profile)>;
 
 // Whether the text passes the rules and, after them, whether json-glib hands the engine what it
 // says, and whether the engine reads in it no option but those that `options` allows. Pure.

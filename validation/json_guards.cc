@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "validation/json_rewrite_guard.h"
 #include "validation/json_text_guard.h"
 #include "validation/rule_text.h"
 
@@ -23,6 +24,9 @@ constexpr std::array<const char*, 4> kFileMembers = {"certificate_path", "certif
                                                      "key_path", "keyfile"};
 // Xray's syntax for geographic data in files of the profile's own.
 constexpr std::array<std::string_view, 2> kExternalPrefixes = {"ext:", "ext-ip:"};
+// The member that tells a local rule set, and its value.
+constexpr const char* kTypeName = "type";
+constexpr const char* kLocalType = "local";
 
 // Whether `holds` is true of a member's name and value. In no particular order: json-glib finds
 // each member anew where it keeps them in order.
@@ -98,8 +102,8 @@ void NoteMembers(JsonObject* object, ForbiddenReferences* found) {
   bool hasPath = false;
   AnyMember(object, [&](const char* name, JsonNode* value) {
     const char* text = StringOf(value);
-    isLocal |=
-        text != nullptr && std::strcmp(name, "type") == 0 && g_ascii_strcasecmp(text, "local") == 0;
+    isLocal |= text != nullptr && std::strcmp(name, kTypeName) == 0 &&
+               g_ascii_strcasecmp(text, kLocalType) == 0;
     hasPath |= text != nullptr && *text != '\0' && std::strcmp(name, "path") == 0;
     found->file |= NamesFile(name) && IsNonEmptyStringOrArray(value);
     NoteForbiddenReferences(value, found);
@@ -122,9 +126,44 @@ void NoteForbiddenReferences(JsonNode* node, ForbiddenReferences* found) {
   }
 }
 
-// The sentence for a text that json-glib must not even parse; null for all others.
-const char* ComplaintAboutText(const std::string& rawConfig) {
-  switch (JudgeJsonText(rawConfig)) {
+// Looks in the tokens of a text for what the tree would have to be searched for. A tree says
+// nothing that its text does not say, and most texts say nothing of the kind.
+class TokenNotes {
+ public:
+  void Note(JsonTokenKind kind, const JsonTokenReader& tokens) {
+    allSurvive = allSurvive && TokenSurvivesRewriting(kind, tokens);
+    if (kind == JsonTokenKind::kString) {
+      NoteString(tokens.Text());
+    }
+  }
+  [[nodiscard]] bool AllSurvive() const { return allSurvive; }
+  [[nodiscard]] bool LackReferences() const { return !mayRefer; }
+
+ private:
+  void NoteString(std::string_view text) {
+    mayRefer = mayRefer || MayRefer(text);
+    isBehindType = text == kTypeName;
+  }
+
+  // A local set's type stands right behind its name.
+  [[nodiscard]] bool MayRefer(std::string_view text) const {
+    return (isBehindType && EqualsIgnoringCase(text, kLocalType)) ||
+           std::ranges::any_of(kExternalPrefixes,
+                               [text](std::string_view prefix) {
+                                 return EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
+                               }) ||
+           std::ranges::any_of(kFileMembers, [text](std::string_view member) {
+             return EqualsIgnoringCase(text, member);
+           });
+  }
+
+  bool allSurvive = true;
+  bool mayRefer = false;
+  bool isBehindType = false;
+};
+
+const char* SentenceOf(JsonTextVerdict verdict) {
+  switch (verdict) {
     case JsonTextVerdict::kMalformed:
       return kMalformed;
     case JsonTextVerdict::kNotAnObject:
@@ -137,29 +176,62 @@ const char* ComplaintAboutText(const std::string& rawConfig) {
   return nullptr;
 }
 
+// Reads the text, without parsing it, and notes in `profile` what it says. The sentence for a text
+// that json-glib must not even parse; null for all others.
+const char* ComplaintAboutText(const std::string& rawConfig, JsonProfile* profile,
+                               JsonTextSurvey* survey) {
+  TokenNotes notes;
+  *survey = SurveyJsonText(rawConfig, {},
+                           [&notes](auto kind, const auto& tokens) { notes.Note(kind, tokens); });
+  profile->lacksReferences = survey->isComplete && notes.LackReferences();
+  profile->survivesRewriting =
+      survey->isComplete && notes.AllSurvive() && BytesSurviveRewriting(rawConfig);
+  return SentenceOf(survey->verdict);
+}
+
+// The tree is walked only if its text leaves a doubt.
+bool TreeWithinLimits(JsonNode* root, const JsonTextSurvey& survey) {
+  if (survey.isComplete && survey.depth <= kMaxDepth && survey.nodes <= kMaxNodes) {
+    return true;
+  }
+  std::uint64_t count = 0;
+  return JsonWithinLimits(root, 0, &count);
+}
+
 }  // namespace
 
-ValidationResult ParseJsonObject(const std::string& rawConfig, GObjectPtr<JsonParser>* parser,
-                                 JsonObject** root) {
-  if (const char* complaint = ComplaintAboutText(rawConfig); complaint != nullptr) {
+ValidationResult ParseJsonProfile(const std::string& rawConfig, JsonProfile* profile) {
+  JsonProfile loaded;
+  JsonTextSurvey survey;
+  if (const char* complaint = ComplaintAboutText(rawConfig, &loaded, &survey);
+      complaint != nullptr) {
     return Invalid(complaint);
   }
-  GObjectPtr<JsonParser> loaded(json_parser_new());
-  if (json_parser_load_from_data(loaded.get(), rawConfig.data(),
+  loaded.parser.reset(json_parser_new());
+  if (json_parser_load_from_data(loaded.parser.get(), rawConfig.data(),
                                  static_cast<gssize>(rawConfig.size()), nullptr) == FALSE) {
     return Invalid(kMalformed);
   }
-  JsonNode* node = json_parser_get_root(loaded.get());
-  if (node == nullptr || !JSON_NODE_HOLDS_OBJECT(node)) {
+  loaded.root = json_parser_get_root(loaded.parser.get());
+  if (loaded.root == nullptr || !JSON_NODE_HOLDS_OBJECT(loaded.root)) {
     return Invalid(kNotAnObject);
   }
-  std::uint64_t count = 0;
-  if (!JsonWithinLimits(node, 0, &count)) {
+  if (!TreeWithinLimits(loaded.root, survey)) {
     return Invalid(kTooComplex);
   }
-  *root = json_node_get_object(node);
-  *parser = std::move(loaded);
+  *profile = std::move(loaded);
   return Valid();
+}
+
+ValidationResult ParseJsonObject(const std::string& rawConfig, GObjectPtr<JsonParser>* parser,
+                                 JsonObject** root) {
+  JsonProfile profile;
+  ValidationResult parsed = ParseJsonProfile(rawConfig, &profile);
+  if (parsed.valid) {
+    *root = json_node_get_object(profile.root);
+    *parser = std::move(profile.parser);
+  }
+  return parsed;
 }
 
 bool JsonWithinLimits(JsonNode* node, std::uint64_t depth, std::uint64_t* count) {
@@ -176,6 +248,10 @@ ForbiddenReferences FindForbiddenReferences(JsonNode* node) {
     NoteForbiddenReferences(node, &found);
   }
   return found;
+}
+
+ForbiddenReferences FindForbiddenReferences(const JsonProfile& profile) {
+  return profile.lacksReferences ? ForbiddenReferences() : FindForbiddenReferences(profile.root);
 }
 
 bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name) {

@@ -13,7 +13,21 @@
 
 namespace quorvex::linux_service {
 
-// Parses a JSON object of bounded depth and size. On success `parser` owns the tree and `root` is
+// A JSON profile, parsed, and what reading its tokens has told beside that.
+struct JsonProfile {
+  GObjectPtr<JsonParser> parser;
+  // An object, borrowed from the parser.
+  JsonNode* root = nullptr;
+  // Whether the text has no word that a forbidden reference cannot do without.
+  bool lacksReferences = false;
+  // Whether SurvivesRewriting holds; if not, it may hold all the same.
+  bool survivesRewriting = false;
+};
+
+// Parses a JSON object of bounded depth and size.
+[[nodiscard]] ValidationResult ParseJsonProfile(const std::string& rawConfig, JsonProfile* profile);
+
+// The same for who needs the tree alone. On success `parser` owns the tree and `root` is
 // borrowed from it.
 [[nodiscard]] ValidationResult ParseJsonObject(const std::string& rawConfig,
                                                GObjectPtr<JsonParser>* parser, JsonObject** root);
@@ -32,6 +46,9 @@ struct ForbiddenReferences {
 
 // All is false for a null node.
 [[nodiscard]] ForbiddenReferences FindForbiddenReferences(JsonNode* node);
+
+// Of the profile's root; walks the tree only where the text gives a reason to.
+[[nodiscard]] ForbiddenReferences FindForbiddenReferences(const JsonProfile& profile);
 
 // All three are false for a null object and a missing member. The comparison ignores ASCII case.
 [[nodiscard]] bool JsonMemberHasNonEmptyString(JsonObject* object, const char* name);

@@ -11,8 +11,6 @@
 #include <string>
 #include <system_error>
 
-#include "validation/json_tokens.h"
-
 namespace quorvex::linux_service {
 namespace {
 
@@ -83,29 +81,32 @@ bool IsKeptString(const JsonTokenReader& tokens) {
 }  // namespace
 
 bool SurvivesRewriting(std::string_view text) {
-  if (text.find(kUnescapedControl) != std::string_view::npos) {
+  if (!BytesSurviveRewriting(text)) {
     return false;
   }
   JsonTokenReader tokens(text);
-  for (;;) {
-    switch (tokens.Next()) {
-      case JsonTokenKind::kEnd:
-        return true;
-      case JsonTokenKind::kBroken:
-        return false;
-      case JsonTokenKind::kString:
-        if (!IsKeptString(tokens)) {
-          return false;
-        }
-        break;
-      case JsonTokenKind::kWord:
-        if (!IsKeptWord(tokens.Text())) {
-          return false;
-        }
-        break;
-      default:
-        break;
+  for (JsonTokenKind kind = tokens.Next(); kind != JsonTokenKind::kEnd; kind = tokens.Next()) {
+    if (!TokenSurvivesRewriting(kind, tokens)) {
+      return false;
     }
+  }
+  return true;
+}
+
+bool BytesSurviveRewriting(std::string_view text) {
+  return text.find(kUnescapedControl) == std::string_view::npos;
+}
+
+bool TokenSurvivesRewriting(JsonTokenKind kind, const JsonTokenReader& tokens) {
+  switch (kind) {
+    case JsonTokenKind::kBroken:
+      return false;
+    case JsonTokenKind::kString:
+      return IsKeptString(tokens);
+    case JsonTokenKind::kWord:
+      return IsKeptWord(tokens.Text());
+    default:
+      return true;
   }
 }
 

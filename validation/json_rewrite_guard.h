@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+#include "validation/json_tokens.h"
+
 namespace quorvex::linux_service {
 
 // Whether json-glib, which has parsed `text` without an error, writes back strict JSON that says
@@ -16,5 +18,10 @@ namespace quorvex::linux_service {
 // binary numbers and other inventions of json-glib's pass: the rules and the engine see the same
 // meaning. Takes linear time.
 [[nodiscard]] bool SurvivesRewriting(std::string_view text);
+
+// The same in two parts, for who reads the tokens anyway: of the text at large, and of each of its
+// tokens, the last one of `tokens`, which is a `kind`.
+[[nodiscard]] bool BytesSurviveRewriting(std::string_view text);
+[[nodiscard]] bool TokenSurvivesRewriting(JsonTokenKind kind, const JsonTokenReader& tokens);
 
 }  // namespace quorvex::linux_service

@@ -3,14 +3,12 @@
 
 #include <glib.h>
 
-#include <array>
-#include <map>
+#include <algorithm>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "validation/json_tokens.h"
+#include "validation/json_open_members.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -19,44 +17,13 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 // json-glib's own "var name = value", known outside containers only.
 constexpr std::string_view kVariableKeyword = "var";
 
-struct Member {
-  std::string name;
-  // How many members stand before it.
-  std::uint64_t position = 0;
-  std::uint64_t nodes = 0;
-};
-
-// An open object or array and what has been read of it.
-struct Container {
-  std::uint64_t nodes = 1;
-  // By the hash that json-glib uses: who knows it can make names collide at will.
-  std::multimap<guint, Member> members;
-  // The one whose value comes next; null in an array.
-  Member* current = nullptr;
-};
-
-// The object's member of that name, a new one if there is none yet. Adds what finding it costs
-// json-glib to `steps`.
-Member* TouchMember(std::string name, Container* object, std::uint64_t* steps) {
-  const guint hash = g_str_hash(name.c_str());
-  const auto [first, last] = object->members.equal_range(hash);
-  for (auto entry = first; entry != last; ++entry, ++*steps) {
-    if (entry->second.name == name) {
-      *steps += entry->second.position;
-      return &entry->second;
-    }
-  }
-  Member member = {std::move(name), object->members.size(), 0};
-  return &object->members.emplace_hint(last, hash, std::move(member))->second;
-}
-
 // Follows a text's structure with stacks of its own in place of recursion.
 class JsonTextReader {
  public:
-  JsonTextReader(std::string_view text, const JsonTextLimits& allowed)
-      : tokens(text), limits(allowed) {}
+  JsonTextReader(std::string_view text, const JsonTextLimits& allowed, const JsonTokenWatch& watch)
+      : tokens(text), limits(allowed), watcher(watch) {}
 
-  [[nodiscard]] JsonTextVerdict Read();
+  [[nodiscard]] JsonTextSurvey Read();
 
  private:
   enum class Expected {
@@ -83,6 +50,7 @@ class JsonTextReader {
   [[nodiscard]] bool Open(bool isObject);
   [[nodiscard]] bool Close(bool isObject);
 
+  [[nodiscard]] JsonTextVerdict Verdict() const;
   [[nodiscard]] bool ExpectsValue() const;
   void BeginValue(bool isObject);
   void BeginMember();
@@ -91,11 +59,14 @@ class JsonTextReader {
 
   JsonTokenReader tokens;
   JsonTextLimits limits;
+  const JsonTokenWatch& watcher;
   Expected expected = Expected::kRoot;
   // Whether each open container is an object, outermost first.
   std::vector<char> open;
+  std::size_t deepest = 0;
   // The same containers in detail; empty for good once a limit is exceeded beyond remedy.
-  std::vector<Container> containers;
+  std::vector<JsonContainer> containers;
+  JsonOpenMembers members;
   bool hopeless = false;
   std::optional<bool> rootIsObject;
   std::uint64_t assignments = 0;
@@ -103,13 +74,17 @@ class JsonTextReader {
   std::uint64_t rootNodes = 0;
 };
 
-JsonTextVerdict JsonTextReader::Read() {
-  JsonTokenKind token = tokens.Next();
-  for (; token != JsonTokenKind::kEnd; token = tokens.Next()) {
+JsonTextSurvey JsonTextReader::Read() {
+  for (JsonTokenKind token = tokens.Next(); token != JsonTokenKind::kEnd; token = tokens.Next()) {
     if (!Accept(token)) {
-      return JsonTextVerdict::kMalformed;
+      return {};
     }
   }
+  const JsonTextVerdict verdict = Verdict();
+  return {verdict, verdict == JsonTextVerdict::kParse, rootNodes, deepest};
+}
+
+JsonTextVerdict JsonTextReader::Verdict() const {
   if (expected != Expected::kRoot) {
     return JsonTextVerdict::kMalformed;
   }
@@ -123,8 +98,10 @@ JsonTextVerdict JsonTextReader::Read() {
 bool JsonTextReader::Accept(JsonTokenKind token) {
   switch (token) {
     case JsonTokenKind::kString:
+      watcher(token, tokens);
       return AcceptString();
     case JsonTokenKind::kWord:
+      watcher(token, tokens);
       return AcceptWord();
     case JsonTokenKind::kOpenObject:
     case JsonTokenKind::kOpenArray:
@@ -210,11 +187,12 @@ bool JsonTextReader::Open(bool isObject) {
   }
   BeginValue(isObject);
   open.push_back(isObject ? 1 : 0);
+  deepest = std::max(deepest, open.size());
   expected = isObject ? Expected::kNameOrEnd : Expected::kValueOrEnd;
   if (open.size() > limits.depth) {
     GiveUp();
   } else if (!hopeless) {
-    containers.emplace_back();
+    containers.push_back({isObject, members.Count()});
   }
   return true;
 }
@@ -229,6 +207,7 @@ bool JsonTextReader::Close(bool isObject) {
   std::uint64_t nodes = 0;
   if (!hopeless) {
     nodes = containers.back().nodes;
+    members.Drop(containers.back());
     containers.pop_back();
   }
   EndValue(nodes);
@@ -251,8 +230,7 @@ void JsonTextReader::BeginMember() {
   if (hopeless) {
     return;
   }
-  Container& object = containers.back();
-  object.current = TouchMember(std::string(tokens.Text()), &object, &memberSteps);
+  members.Touch(tokens, &containers.back(), &memberSteps);
   if (memberSteps > limits.memberSteps) {
     GiveUp();
   }
@@ -268,10 +246,10 @@ void JsonTextReader::EndValue(std::uint64_t nodes) {
     rootNodes += nodes;
     return;
   }
-  Container& parent = containers.back();
+  JsonContainer& parent = containers.back();
   parent.nodes += nodes;
-  if (parent.current != nullptr) {
-    parent.nodes -= std::exchange(parent.current->nodes, nodes);
+  if (parent.isObject) {
+    parent.nodes -= std::exchange(members.At(parent.currentMember).nodes, nodes);
   }
 }
 
@@ -281,46 +259,49 @@ void JsonTextReader::GiveUp() {
   containers.clear();
 }
 
-// How often each byte occurs in a text.
-class ByteCounts {
- public:
-  explicit ByteCounts(std::string_view text) {
-    for (const char byte : text) {
-      ++counts[static_cast<unsigned char>(byte)];
-    }
-  }
-  [[nodiscard]] std::uint64_t Of(unsigned char byte) const { return counts[byte]; }
-
- private:
-  std::array<std::uint64_t, 256> counts = {};
-};
-
 // True for nearly every profile: no way to read so few symbols exceeds a limit.
 bool HasFewSymbols(std::string_view text, const JsonTextLimits& limits) {
-  const ByteCounts counts(text);
-  const std::uint64_t opened = counts.Of('[') + counts.Of('{');
-  const std::uint64_t assigned = counts.Of('=');
+  const auto count = [text](char symbol) {
+    return static_cast<std::uint64_t>(std::ranges::count(text, symbol));
+  };
+  const std::uint64_t opened = count('[') + count('{');
+  const std::uint64_t assigned = count('=');
+  const std::uint64_t colons = count(':');
   // Every value follows an opening bracket, a comma or an assignment, or it is a root: the first of
   // all or a bracket itself.
   return opened + assigned <= limits.depth &&
-         2 * opened + counts.Of(',') + assigned + 1 <= limits.nodes &&
-         counts.Of(':') * counts.Of(':') <= limits.memberSteps;
+         2 * opened + count(',') + assigned + 1 <= limits.nodes &&
+         colons * colons <= limits.memberSteps;
+}
+
+// json-glib refuses any other text as a whole.
+bool IsUtf8(std::string_view text) {
+  return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
+}
+
+std::string_view WithoutByteOrderMark(std::string_view text) {
+  return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
 }
 
 }  // namespace
 
 JsonTextVerdict JudgeJsonText(std::string_view text, const JsonTextLimits& limits) {
+  return SurveyJsonText(text, limits, [](JsonTokenKind, const JsonTokenReader&) {}).verdict;
+}
+
+JsonTextSurvey SurveyJsonText(std::string_view text, const JsonTextLimits& limits,
+                              const JsonTokenWatch& watch) {
+  JsonTextSurvey survey = JsonTextReader(WithoutByteOrderMark(text), limits, watch).Read();
+  if (survey.verdict == JsonTextVerdict::kParse) {
+    return survey;
+  }
+  // json-glib's own verdict counts wherever it cannot come to harm.
   if (HasFewSymbols(text, limits)) {
-    return JsonTextVerdict::kParse;
+    survey.verdict = JsonTextVerdict::kParse;
+  } else if (!IsUtf8(text)) {
+    survey.verdict = JsonTextVerdict::kMalformed;
   }
-  // json-glib refuses any other text as a whole.
-  if (g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) == FALSE) {
-    return JsonTextVerdict::kMalformed;
-  }
-  if (text.starts_with(kByteOrderMark)) {
-    text.remove_prefix(kByteOrderMark.size());
-  }
-  return JsonTextReader(text, limits).Read();
+  return survey;
 }
 
 }  // namespace quorvex::linux_service

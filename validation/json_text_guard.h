@@ -7,7 +7,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
+
+#include "validation/json_tokens.h"
 
 namespace quorvex::linux_service {
 
@@ -30,5 +33,21 @@ enum class JsonTextVerdict { kParse, kMalformed, kNotAnObject, kTooComplex };
 // Takes linear time and little stack.
 [[nodiscard]] JsonTextVerdict JudgeJsonText(std::string_view text,
                                             const JsonTextLimits& limits = {});
+
+// The verdict and what else the same look tells of the tree that json-glib will make.
+struct JsonTextSurvey {
+  JsonTextVerdict verdict = JsonTextVerdict::kMalformed;
+  // Whether the whole text was read within the limits; nothing more is known if not.
+  bool isComplete = false;
+  // The tree has no more nodes than this, and no node of it lies deeper than this below the root.
+  std::uint64_t nodes = 0;
+  std::uint64_t depth = 0;
+};
+
+// Is shown every string and every word, the last token of `tokens`, in the order of the text.
+using JsonTokenWatch = std::function<void(JsonTokenKind kind, const JsonTokenReader& tokens)>;
+
+[[nodiscard]] JsonTextSurvey SurveyJsonText(std::string_view text, const JsonTextLimits& limits,
+                                            const JsonTokenWatch& watch);
 
 }  // namespace quorvex::linux_service

@@ -32,15 +32,15 @@ std::string CanonicalSingBoxProtocol(const std::string& protocol) {
   return lowered == "xray-reality" || lowered == "dravo" ? "vless" : lowered;
 }
 
-Complaint CheckForbidden(JsonNode* rootNode) {
-  JsonObject* root = json_node_get_object(rootNode);
+Complaint CheckForbidden(const JsonProfile& profile) {
+  JsonObject* root = json_node_get_object(profile.root);
   if (json_object_has_member(root, "experimental") != FALSE) {
     return kSingBoxExperimental;
   }
   if (JsonMemberHasNonEmptyString(JsonObjectMember(root, "log"), "output")) {
     return kSingBoxLogFile;
   }
-  const ForbiddenReferences found = FindForbiddenReferences(rootNode);
+  const ForbiddenReferences found = FindForbiddenReferences(profile);
   if (found.file) {
     return kSingBoxFileMember;
   }
@@ -124,9 +124,9 @@ Complaint CheckOutbounds(JsonObject* root, const std::string& protocol) {
 
 }  // namespace
 
-const char* SingBoxComplaint(const std::string& protocol, JsonNode* rootNode) {
-  JsonObject* root = json_node_get_object(rootNode);
-  if (const Complaint complaint = CheckForbidden(rootNode)) {
+const char* SingBoxComplaint(const std::string& protocol, const JsonProfile& profile) {
+  JsonObject* root = json_node_get_object(profile.root);
+  if (const Complaint complaint = CheckForbidden(profile)) {
     return *complaint;
   }
   if (const Complaint complaint = CheckDns(root)) {
@@ -139,12 +139,11 @@ const char* SingBoxComplaint(const std::string& protocol, JsonNode* rootNode) {
 }
 
 ValidationResult ValidateSingBox(const std::string& protocol, const std::string& rawConfig) {
-  GObjectPtr<JsonParser> parser;
-  JsonObject* root = nullptr;
-  if (ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
+  JsonProfile profile;
+  if (ValidationResult parsed = ParseJsonProfile(rawConfig, &profile); !parsed.valid) {
     return parsed;
   }
-  const char* complaint = SingBoxComplaint(protocol, json_parser_get_root(parser.get()));
+  const char* complaint = SingBoxComplaint(protocol, profile);
   return complaint != nullptr ? Invalid(complaint) : Valid();
 }
 

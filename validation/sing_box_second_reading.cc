@@ -7,7 +7,9 @@
 namespace quorvex::linux_service {
 
 ValidationResult ValidateAsSingBoxReads(const std::string& protocol, const std::string& rawConfig) {
-  const JsonRules rules = [&protocol](JsonNode* root) { return SingBoxComplaint(protocol, root); };
+  const JsonRules rules = [&protocol](const JsonProfile& profile) {
+    return SingBoxComplaint(protocol, profile);
+  };
   return ValidateBothJsonReadings(rawConfig, rules, kSingBoxOptions);
 }
 

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <json-glib/json-glib.h>
-
 #include <string>
 
+#include "validation/json_guards.h"
 #include "validation/profile_validation.h"
 
 namespace quorvex::linux_service {
 
-// The sentence of the first rule for sing-box that the root of a profile, an object, fails; null if
+// The sentence of the first rule for sing-box that a profile fails; null if
 // it passes all. It decides on names as they are written.
-[[nodiscard]] const char* SingBoxComplaint(const std::string& protocol, JsonNode* root);
+[[nodiscard]] const char* SingBoxComplaint(const std::string& protocol, const JsonProfile& profile);
 
 // Holds a profile to the sing-box rules, and after them to what sing-box itself reads in it. It is
 // refused if json-glib would hand over another meaning, or if sing-box would find in it an option

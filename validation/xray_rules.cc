@@ -17,8 +17,8 @@ constexpr std::array<std::string_view, 3> kNeverAProxy = {"freedom", "blackhole"
 
 using Complaint = std::optional<const char*>;
 
-Complaint CheckForbidden(JsonNode* rootNode) {
-  JsonObject* root = json_node_get_object(rootNode);
+Complaint CheckForbidden(const JsonProfile& profile) {
+  JsonObject* root = json_node_get_object(profile.root);
   if (json_object_has_member(root, "api") != FALSE) {
     return kXrayApi;
   }
@@ -26,7 +26,7 @@ Complaint CheckForbidden(JsonNode* rootNode) {
   if (JsonMemberHasNonEmptyString(log, "access") || JsonMemberHasNonEmptyString(log, "error")) {
     return kXrayLogFile;
   }
-  const ForbiddenReferences found = FindForbiddenReferences(rootNode);
+  const ForbiddenReferences found = FindForbiddenReferences(profile);
   if (found.file) {
     return kXrayFileMember;
   }
@@ -74,9 +74,9 @@ Complaint CheckOutbounds(JsonObject* root) {
 
 }  // namespace
 
-const char* XrayComplaint(JsonNode* rootNode) {
-  JsonObject* root = json_node_get_object(rootNode);
-  if (const Complaint complaint = CheckForbidden(rootNode)) {
+const char* XrayComplaint(const JsonProfile& profile) {
+  JsonObject* root = json_node_get_object(profile.root);
+  if (const Complaint complaint = CheckForbidden(profile)) {
     return *complaint;
   }
   if (const Complaint complaint = CheckInbounds(root)) {
@@ -86,12 +86,11 @@ const char* XrayComplaint(JsonNode* rootNode) {
 }
 
 ValidationResult ValidateXray(const std::string& rawConfig) {
-  GObjectPtr<JsonParser> parser;
-  JsonObject* root = nullptr;
-  if (ValidationResult parsed = ParseJsonObject(rawConfig, &parser, &root); !parsed.valid) {
+  JsonProfile profile;
+  if (ValidationResult parsed = ParseJsonProfile(rawConfig, &profile); !parsed.valid) {
     return parsed;
   }
-  const char* complaint = XrayComplaint(json_parser_get_root(parser.get()));
+  const char* complaint = XrayComplaint(profile);
   return complaint == nullptr ? Valid() : Invalid(complaint);
 }
 

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <json-glib/json-glib.h>
-
 #include <string>
 
+#include "validation/json_guards.h"
 #include "validation/profile_validation.h"
 
 namespace quorvex::linux_service {
 
-// The sentence of the first rule for Xray that the root of a profile, an object, fails; null if it
+// The sentence of the first rule for Xray that a profile fails; null if it
 // passes all. It decides on names as they are written.
-[[nodiscard]] const char* XrayComplaint(JsonNode* root);
+[[nodiscard]] const char* XrayComplaint(const JsonProfile& profile);
 
 // Holds a profile to the Xray rules, and after them to what Xray itself reads in it. It is refused
 // if json-glib would hand over another meaning, or if Xray would find in it an option that the

@@ -91,15 +91,37 @@ def test_a_silent_name_server_holds_the_start_up_for_five_seconds(flow, silence)
     assert "vpn.test" in warning and "no answer within 5 seconds" in warning
 
 
+def named_peers(count: int) -> str:
+    return "".join(f"\n[Peer]\nPublicKey = 3xXnKHhEyRGlTKcaDUlWqIAMSeFtLi/1nTYpIYIKkHo=\n"
+                   f"Endpoint = n{number}.test:1\nAllowedIPs = 10.0.{number}.0/24\n" for number in range(count))
+
+
 def test_many_names_without_an_answer_hold_the_start_up_no_longer(flow, silence):
-    peers = "".join(f"\n[Peer]\nPublicKey = 3xXnKHhEyRGlTKcaDUlWqIAMSeFtLi/1nTYpIYIKkHo=\n"
-                    f"Endpoint = n{number}.test:1\nAllowedIPs = 10.0.0.{number}/32\n"
-                    for number in range(40))
     flow.start()
     began = time.monotonic()
-    assert flow.connect(NAMED + peers)["stage"] == "connected"
+    assert flow.connect(NAMED + named_peers(40))["stage"] == "connected"
     assert LIMIT <= time.monotonic() - began < LIMIT + 3
-    assert len(warnings(flow)) == 41
+    assert len(warnings(flow)) == 9
+    assert "The addresses of 33 more VPN servers are not known." in warnings(flow)[-1]
+
+
+def test_no_more_than_64_names_are_asked_for(flow, server):
+    server.dns_server("10.99.0.2", {})
+    flow.world.use_resolver("10.99.0.2")
+    wire = server.capture("phys0-peer", "udp dst port 53")
+    flow.start()
+    assert flow.connect(NAMED + named_peers(99))["stage"] == "connected"
+    asked = {line.split("A? ")[1].split()[0] for line in wire.stop() if " A? " in line}
+    assert len(asked) == 64
+    assert "The addresses of 92 more VPN servers are not known." in warnings(flow)[-1]
+
+
+def test_a_name_with_a_control_byte_is_not_asked_for_and_forges_no_line(flow, silence):
+    flow.start()
+    config = PROFILE.replace("203.0.113.9:", "a\x0bquorvexvpn-service.FORGED:")
+    flow.connect(config)
+    assert silence.stop() == []
+    assert not any("FORGED" in line for line in flow.world.service.journal)
 
 
 def test_a_disconnect_ends_the_look_up_and_nothing_starts(flow, silence):
@@ -140,16 +162,20 @@ def test_the_bus_is_answered_during_the_look_up(flow, silence):
     assert flow.snapshot()["stage"] == "connecting"
 
 
-def test_abandoned_look_ups_do_not_hold_up_a_later_connect(flow, silence):
-    """The resolver's threads still wait by then; a literal address needs none of them."""
+def test_abandoned_look_ups_hold_up_neither_a_connect_nor_the_kill_switch(flow, silence):
+    """The resolver's threads still wait by then, and nft is fed by others of the same kind."""
     flow.start()
     for _ in range(3):
-        flow.begin_connect(NAMED)
+        flow.begin_connect(NAMED + named_peers(20))
         silence.wait_packet("vpn.test")
+        began = time.monotonic()
         flow.alice.call("Disconnect")
         flow.settled("disconnected")
+        assert time.monotonic() - began < 1.5
     began = time.monotonic()
-    flow.connected()
+    flow.connected(kill_switch=True)
+    assert ("info", "Kill switch active for this tunnel.") in flow.logs()
+    assert flow.disconnect() == {"stage": "disconnected"}
     assert time.monotonic() - began < 3
 
 

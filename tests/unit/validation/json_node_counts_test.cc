@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The guard counts the nodes of random texts full of duplicates, in all spellings of their names,
-// and finds as many as json-glib leaves in the tree.
+// and finds as many as json-glib leaves in the tree. What else the tokens of such texts tell, the
+// tree must bear out.
 #include <array>
 #include <random>
 
 #include "runtime/glib_ptr.h"
 #include "tests/unit/validation/profile_case.h"
 #include "validation/json_guards.h"
+#include "validation/json_rewrite_guard.h"
 #include "validation/json_text_guard.h"
 
 namespace quorvex::linux_service {
@@ -18,11 +20,26 @@ constexpr int kTexts = 20000;
 
 // Everything that may shift where a token ends, and several spellings of one name.
 constexpr std::array kNames = {
-    R"("a")",      R"('a')",      R"("\u0061")", R"("\141")",  R"("\a")",   R"("a\u0000z")",
-    R"("b")",      R"("\b")",     R"("\u0008")", R"('\b')",    R"("\\b")",  R"("\"")",
-    R"('"')",      R"("\u00e9")", "\"\u00e9\"",  R"("\u")",    R"("\u12")", R"("\ud83d\ude00")",
-    R"("\ud83d")", R"("\ude00")", R"("\0x")",    R"("\1411")", R"("{")",    R"("]")",
-    R"('/')",      R"("\/")",     R"("")",       "\"\n\"",     R"("\12")",  R"("\u0061b")",
+    R"("a")",        R"('a')",
+    R"("\u0061")",   R"("\141")",
+    R"("\a")",       R"("a\u0000z")",
+    R"("b")",        R"("\b")",
+    R"("\u0008")",   R"('\b')",
+    R"("\\b")",      R"("\"")",
+    R"('"')",        R"("\u00e9")",
+    "\"\u00e9\"",    R"("\u")",
+    R"("\u12")",     R"("\ud83d\ude00")",
+    R"("\ud83d")",   R"("\ude00")",
+    R"("\0x")",      R"("\1411")",
+    R"("{")",        R"("]")",
+    R"('/')",        R"("\/")",
+    R"("")",         "\"\n\"",
+    R"("\12")",      R"("\u0061b")",
+    R"("type")",     R"('type')",
+    R"("path")",     R"("local")",
+    R"("LOC\101L")", R"('local')",
+    R"("keyfile")",  R"("Key\u005fPath")",
+    R"("ext:a")",    R"('EXT-IP:b')",
 };
 constexpr std::array kGaps = {"", "", "", "", " ", "\n", "\t", "/ {[ /", "/* \" */", "//"};
 
@@ -89,6 +106,36 @@ bool IsCountedExactly(const std::string& text) {
   EXPECT_EQ(JudgeJsonText(text, {kAny, nodes, kAny}), JsonTextVerdict::kParse);
   EXPECT_EQ(JudgeJsonText(text, {kAny, nodes - 1, kAny}), RefusalFor(root));
   return true;
+}
+
+struct Tally {
+  int withReferences = 0;
+  int withoutReferences = 0;
+};
+
+void HoldToItsTree(const std::string& text, const JsonProfile& profile, Tally* tally) {
+  const ForbiddenReferences found = FindForbiddenReferences(profile.root);
+  const ForbiddenReferences told = FindForbiddenReferences(profile);
+  EXPECT_EQ(told.file, found.file);
+  EXPECT_EQ(told.external, found.external);
+  EXPECT_EQ(profile.survivesRewriting, SurvivesRewriting(text));
+  tally->withReferences += found.file || found.external ? 1 : 0;
+  tally->withoutReferences += profile.lacksReferences ? 1 : 0;
+}
+
+TEST(TheTokensOfAText, TellWhatItsTreeSays) {
+  RandomTexts texts(2);
+  Tally tally;
+  for (int number = 0; number < kTexts && !HasFailure(); ++number) {
+    const std::string text = texts.Next();
+    SCOPED_TRACE(text);
+    JsonProfile profile;
+    if (ParseJsonProfile(text, &profile).valid) {
+      HoldToItsTree(text, profile, &tally);
+    }
+  }
+  EXPECT_GT(tally.withReferences, kTexts / 50);
+  EXPECT_GT(tally.withoutReferences, kTexts / 50);
 }
 
 TEST(TheGuard, CountsTheNodesOfTheTree) {

@@ -217,5 +217,52 @@ TEST(AJsonMember, IsTrueOnlyAsABoolean) {
   EXPECT_FALSE(JsonBooleanIsTrue(nullptr, "true"));
 }
 
+// Parsed as a profile, whose tokens may spare the walk of its tree.
+JsonProfile ProfileOf(const SearchCase& profile) {
+  JsonProfile parsed;
+  EXPECT_TRUE(ParseJsonProfile(profile.text, &parsed).valid) << profile.name;
+  return parsed;
+}
+
+TEST(AReferenceInAProfile, IsFoundInEverySpelling) {
+  for (const SearchCase& profile : std::vector<SearchCase>{
+           {"AFileInCapitals", R"({"KEYFILE": "x"})"},
+           {"AFileWithAnEscape", R"({"key\u0066ile": "x"})"},
+           {"AFileCutAtANul", R"({"keyfile\u0000x": "x"})"},
+           {"AListInSingleQuotes", "{'a': 'EXT:x'}"},
+           {"AnAddressList", R"({"a": ["ext-ip:x"]})"},
+           {"ALocalSet", R"({"type": "Local", "path": "x"})"},
+           {"ALocalSetBehindAComment", R"({"type"/**/: "local", "path": "x"})"},
+           {"ALocalSetAtLast", R"({"path": "x", "type": "remote", "type": "local"})"}}) {
+    const ForbiddenReferences found = FindForbiddenReferences(ProfileOf(profile));
+    EXPECT_TRUE(found.file || found.external) << profile.name;
+  }
+}
+
+TEST(AProfile, IsKnownByItsTokensToLackReferences) {
+  for (const SearchCase& profile : std::vector<SearchCase>{
+           {"OfPlainWords", R"({"type": "vless", "tag": "local", "path": "/x"})"},
+           {"OfSimilarNames", R"({"keyfiles": "x", "key": "x", "external": "text:x", "a": "ext"})"},
+           {"OfEmptyTexts", R"({"": ""})"}}) {
+    EXPECT_TRUE(ProfileOf(profile).lacksReferences) << profile.name;
+  }
+  EXPECT_FALSE(ProfileOf({"WithAnInnocentName", R"({"keyfile": 1})"}).lacksReferences);
+}
+
+// json-glib takes a blank behind a dollar sign, at which the guard stops reading.
+TEST(AProfile, IsWalkedWhereItsTokensWereNotReadToTheEnd) {
+  const JsonProfile profile = ProfileOf({"Unread", R"({"a": $ 1, "keyfile": "x", "b": "\0"})"});
+  EXPECT_FALSE(profile.lacksReferences);
+  EXPECT_FALSE(profile.survivesRewriting);
+  EXPECT_TRUE(FindForbiddenReferences(profile).file);
+}
+
+TEST(AProfile, IsKnownByItsTokensToSurviveRewriting) {
+  EXPECT_TRUE(ProfileOf({"Plain", R"({"a": "b", "c": 1.5})"}).survivesRewriting);
+  EXPECT_FALSE(ProfileOf({"ABareControl", "{\"a\": \"\x1F\"}"}).survivesRewriting);
+  EXPECT_FALSE(ProfileOf({"AnEscapedControl", R"({"a": "\u001f"})"}).survivesRewriting);
+  EXPECT_FALSE(ProfileOf({"ALargeNumber", R"({"a": 18446744073709551616})"}).survivesRewriting);
+}
+
 }  // namespace
 }  // namespace quorvex::linux_service

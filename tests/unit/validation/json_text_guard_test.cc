@@ -195,10 +195,75 @@ TEST(TheGuard, CountsTheStepsPastMembersOfTheSameHash) {
                {"InAnotherObject", R"({"Ez": {"FY": 1}})", 0}});
 }
 
+// Beyond some members the guard looks them up by their hashes.
+TEST(TheGuard, CountsTheSameInALargeObject) {
+  std::string fillers;
+  for (int number = 0; number < 40; ++number) {
+    fillers += "\"n" + std::to_string(number) + "\": 1, ";
+  }
+  ExpectNodes({{"OfTheFirstMember", "{" + fillers + R"("n0": [1]})", 42},
+               {"OfTheLastMember", "{" + fillers + R"("a": [1, 2], "\u0061": [1]})", 43},
+               {"InAnObjectInside", "{" + fillers + R"("a": {"n0": 1}, "b": 1, "b": 2})", 44}});
+  ExpectSteps(
+      {{"None", "{" + fillers + R"("a": {"n1": 1}})", 0},
+       {"ToADuplicate", "{" + fillers + R"("n39": 1, "n7": 1})", 46},
+       {"PastTheSameHash", "{" + fillers + R"("Ez": 1, "FY": 1})", 1},
+       {"PastTheSameHashToADuplicate", "{" + fillers + R"("Ez": 1, "FY": 1, "FY": 1})", 43}});
+}
+
 TEST(TheGuard, CallsATextMalformedBeforeItTakesTooManySteps) {
   ExpectVerdictsWithin({kAny, kAny, 0}, {{"Sound", "{'a':1,'b':1,'b':1}", kTooComplex},
                                          {"Malformed", "{'a':1,'b':1,'b':1,}", kMalformed},
                                          {"InAnArray", "[{'a':1,'b':1,'b':1}]", kNotAnObject}});
+}
+
+JsonTextSurvey Surveyed(const std::string& text, const JsonTextLimits& limits = {}) {
+  return SurveyJsonText(text, limits, [](JsonTokenKind, const JsonTokenReader&) {});
+}
+
+TEST(ASurvey, TellsHowDeepATreeIsAndHowLarge) {
+  struct Case {
+    const char* name;
+    std::string text;
+    std::uint64_t nodes;
+    std::uint64_t depth;
+  };
+  const std::vector<Case> cases = {{"Empty", "{}", 1, 1},
+                                   {"AMember", R"({"a": 1})", 2, 1},
+                                   {"Nested", R"({"a": [[1], 2]})", 5, 3},
+                                   {"ADroppedMember", R"({"a": [[1]], "a": 1})", 2, 3},
+                                   {"ADroppedRoot", "{} [[]]", 3, 2}};
+  for (const Case& expected : cases) {
+    SCOPED_TRACE(expected.name);
+    const JsonTextSurvey survey = Surveyed(expected.text);
+    EXPECT_TRUE(survey.isComplete);
+    EXPECT_EQ(survey.nodes, expected.nodes);
+    EXPECT_EQ(survey.depth, expected.depth);
+  }
+}
+
+TEST(ASurvey, TellsNothingOfATextThatItCouldNotRead) {
+  const std::vector<VerdictCase> cases = {{"LeftToJsonGlib", R"({"a":})"},
+                                          {"WithoutEnd", R"({"a": ")"},
+                                          {"AfterAWordOutOfPlace", R"(var {"a": 1})"}};
+  for (const VerdictCase& expected : cases) {
+    SCOPED_TRACE(expected.name);
+    EXPECT_EQ(Surveyed(expected.text).verdict, expected.verdict);
+    EXPECT_FALSE(Surveyed(expected.text).isComplete);
+  }
+  EXPECT_FALSE(Surveyed("{'a':[[]]}", {1, kAny, kAny}).isComplete);
+}
+
+TEST(ASurvey, ShowsEveryStringAndWord) {
+  std::string seen;
+  const JsonTextSurvey survey =
+      SurveyJsonText(R"(/"x"/ {"a": ['b', true, "\u0063"], "a": {"": -1}})", {},
+                     [&seen](JsonTokenKind kind, const JsonTokenReader& tokens) {
+                       seen += kind == JsonTokenKind::kString ? "<" : "(";
+                       seen += tokens.Text();
+                     });
+  EXPECT_TRUE(survey.isComplete);
+  EXPECT_EQ(seen, "<a<b(true<c<a<(1");
 }
 
 TEST(ANestedJsonTextForJsonGlib, MayHave4096Levels) {
