@@ -12,10 +12,6 @@ namespace {
 
 using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
 
-bool IsLiteralAddress(const std::string& host) {
-  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
-}
-
 // A name that does not resolve contributes nothing.
 std::vector<std::string> AskResolver(const std::string& host) {
   std::vector<std::string> addresses;
@@ -30,6 +26,10 @@ std::vector<std::string> AskResolver(const std::string& host) {
 }
 
 }  // namespace
+
+bool IsLiteralAddress(const std::string& host) {
+  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
+}
 
 std::vector<std::string> CollectEndpointAddresses(EngineKind kind, const std::string& configuration,
                                                   const NameLookUp& lookUp) {

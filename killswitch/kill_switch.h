@@ -12,6 +12,9 @@
 
 namespace quorvex::linux_service {
 
+// Whether the text is an IPv4 or IPv6 address. Pure.
+[[nodiscard]] bool IsLiteralAddress(const std::string& host);
+
 // The addresses of the servers that an engine's configuration names, as literal IPv4 and IPv6
 // texts in order of appearance, each once. Host names are resolved through the system's resolver,
 // which blocks for as long as that needs; never on the main thread. What cannot be read or resolved

@@ -35,9 +35,6 @@ struct NamedServer {
 [[nodiscard]] std::vector<std::string> CollectServerNames(EngineKind engine,
                                                           const std::string& rawConfig);
 
-// Whether the text is an IPv4 or IPv6 address. Pure.
-[[nodiscard]] bool IsLiteralAddress(const std::string& host);
-
 // "host:port" without its port, "[v6]:port" without brackets and port. Pure.
 [[nodiscard]] std::string HostOfEndpoint(std::string_view endpoint);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
-#include "runtime/glib_ptr.h"
+#include "killswitch/kill_switch.h"
 #include "runtime/line_servers.h"
 #include "runtime/server_look_up.h"
 #include "runtime/sing_box_servers.h"
@@ -50,10 +50,6 @@ std::vector<std::string> CollectServerNames(EngineKind engine, const std::string
   std::vector<std::string> names = CollectServerHosts(engine, rawConfig);
   std::erase_if(names, [](const std::string& host) { return !IsName(host); });
   return names;
-}
-
-bool IsLiteralAddress(const std::string& host) {
-  return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
 }
 
 std::string HostOfEndpoint(std::string_view endpoint) {

@@ -7,8 +7,8 @@
 
 #include "runtime/constants.h"
 #include "runtime/json_text.h"
+#include "validation/engine_rules.h"
 #include "validation/json_guards.h"
-#include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -71,14 +71,8 @@ void TakeOverInbound(JsonObject* inbound) {
   }
 }
 
-// The type of outbound that a protocol runs on, or one of the two names for any.
-std::string ProtocolKey(const std::string& protocol) {
-  const std::string lowered = LowercaseAscii(protocol);
-  return lowered == "xray-reality" || lowered == "dravo" ? "vless" : lowered;
-}
-
 const char* ProxyTag(JsonObject* root, const std::string& protocol) {
-  const std::string key = ProtocolKey(protocol);
+  const std::string key = CanonicalSingBoxProtocol(protocol);
   const bool anyProxy = key == "singbox" || key == "sing-box";
   return FirstOutboundTag(root, "type", [&key, anyProxy](const std::string& type) {
     const bool isProxy = std::ranges::find(kNoProxyTypes, type) == kNoProxyTypes.end();

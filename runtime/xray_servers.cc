@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "killswitch/kill_switch.h"
 #include "runtime/glib_ptr.h"
 #include "runtime/json_text.h"
 #include "validation/json_guards.h"

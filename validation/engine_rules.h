@@ -16,4 +16,8 @@ namespace quorvex::linux_service {
 [[nodiscard]] ValidationResult ValidateWireGuard(const std::string& rawConfig);
 [[nodiscard]] ValidationResult ValidateOpenVpn(const std::string& rawConfig);
 
+// The outbound type that a selected protocol must find, in lower case; "singbox" and "sing-box"
+// stay and stand for any.
+[[nodiscard]] std::string CanonicalSingBoxProtocol(const std::string& protocol);
+
 }  // namespace quorvex::linux_service

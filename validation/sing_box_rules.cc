@@ -26,12 +26,6 @@ bool Contains(const Table& table, std::string_view text) {
   return std::ranges::find(table, text) != table.end();
 }
 
-// The outbound type that the selected protocol must find.
-std::string CanonicalSingBoxProtocol(const std::string& protocol) {
-  std::string lowered = LowercaseAscii(protocol);
-  return lowered == "xray-reality" || lowered == "dravo" ? "vless" : lowered;
-}
-
 Complaint CheckForbidden(const JsonProfile& profile) {
   JsonObject* root = json_node_get_object(profile.root);
   if (json_object_has_member(root, "experimental") != FALSE) {
@@ -123,6 +117,11 @@ Complaint CheckOutbounds(JsonObject* root, const std::string& protocol) {
 }
 
 }  // namespace
+
+std::string CanonicalSingBoxProtocol(const std::string& protocol) {
+  std::string lowered = LowercaseAscii(protocol);
+  return lowered == "xray-reality" || lowered == "dravo" ? "vless" : lowered;
+}
 
 const char* SingBoxComplaint(const std::string& protocol, const JsonProfile& profile) {
   JsonObject* root = json_node_get_object(profile.root);
