@@ -46,5 +46,6 @@ def write_rules(world, users: list[str]) -> None:
 def start_polkit(world) -> Process:
     """Returns once polkitd owns its name; it has read its rules by then."""
     polkit = world.spawn(["/usr/lib/polkit-1/polkitd"])
-    polkit.wait_line(f"Acquired the name {POLKIT_NAME}")
+    # Its first start on a busy machine may take long; a test that hangs shows all the same.
+    polkit.wait_line(f"Acquired the name {POLKIT_NAME}", timeout=60)
     return polkit
