@@ -42,10 +42,11 @@ FUNCTIONS = {
 }
 
 
-def mount_world(writable: list[str]) -> None:
+def mount_world(writable: list[str], shown: list[str]) -> None:
     """A private machine: read-only but for what is ours, and no /run, /tmp and /sys but ours."""
     kernel.mount("none", "/", flags=kernel.MS_REC | kernel.MS_PRIVATE)
-    kept = [(path, os.open(path, os.O_PATH)) for path in writable]
+    kept = [(path, os.open(path, os.O_PATH), flags) for paths, flags in ((writable, 0), (shown, kernel.MS_RDONLY))
+            for path in paths]
     kernel.mount("/usr", ORIGINAL_USR, flags=kernel.MS_BIND)
     kernel.make_tree_read_only("/")
     mount_overlays()
@@ -58,8 +59,8 @@ def mount_world(writable: list[str]) -> None:
     for directory in EMPTY_DIRECTORIES:
         os.makedirs(directory, exist_ok=True)
         kernel.mount("tmpfs", directory, "tmpfs", options="mode=0755")
-    for path, descriptor in kept:
-        bind_writable(descriptor, path)
+    for path, descriptor, flags in kept:
+        bind(descriptor, path, flags)
 
 
 def quieten_ipv6() -> None:
@@ -84,11 +85,12 @@ def mount_overlays() -> None:
     kernel.detach("/tmp")
 
 
-def bind_writable(descriptor: int, path: str) -> None:
-    """Shows one directory of the host inside the world, for coverage data and the like."""
+def bind(descriptor: int, path: str, flags: int) -> None:
+    """Shows one directory of the host inside the world: for coverage data and the like, and what a
+    checkout below one of the world's own directories would not have."""
     os.makedirs(path, exist_ok=True)
     kernel.mount(f"/proc/self/fd/{descriptor}", path, flags=kernel.MS_BIND)
-    kernel.mount("none", path, flags=kernel.MS_BIND | kernel.MS_REMOUNT)
+    kernel.mount("none", path, flags=kernel.MS_BIND | kernel.MS_REMOUNT | flags)
     os.close(descriptor)
 
 
@@ -214,7 +216,7 @@ def report_failure(descriptor: int, text: str) -> None:
 def run(channel: Channel, options: dict) -> None:
     try:
         kernel.unshare(kernel.CLONE_NEWNS | kernel.CLONE_NEWNET)
-        mount_world(options.get("writable", []))
+        mount_world(options.get("writable", []), options.get("shown", []))
         kernel.raise_loopback()
         quieten_ipv6()
         channel.send({"event": "ready"})

@@ -12,6 +12,7 @@ from pathlib import Path
 
 from . import factory_client, procfs
 from .channel import Channel
+from .engines import FETCHED
 from .events import POLL_INTERVAL, Events, LineReader, wait_readable
 from .process import CommandFailed, Completed, Process
 
@@ -43,7 +44,8 @@ class Machine:
     def _be_born(self) -> None:
         ours, theirs = Channel.pair()
         self._channel = ours
-        factory_client.request_world(theirs, {"writable": self._writable})
+        factory_client.request_world(theirs, {
+            "writable": self._writable, "shown": [str(FETCHED)] if FETCHED.is_dir() else []})
         self._receiver = threading.Thread(target=self._receive, daemon=True)
         self._receiver.start()
         complete = lambda: self._life and (self.init_pid or self._life == "gone")
