@@ -183,10 +183,9 @@ TEST(OpenVpnsReading, BindsToNoPlaceOfTheProfilesChoice) {
 }
 
 TEST(OpenVpnsReading, TakesNoFileForAProxy) {
-  for (const char* line :
-       {"http-proxy h 8080", "http-proxy h 8080 auto", "http-proxy h 8080 auto-nct",
-        "http-proxy h 8080 AUTO", "http-proxy h 8080 auto ntlm", "socks-proxy h",
-        "socks-proxy h 1"}) {
+  for (const char* line : {"http-proxy h 8080", "http-proxy h 8080 auto",
+                           "http-proxy h 8080 auto-nct", "http-proxy h 8080 AUTO",
+                           "http-proxy h 8080 auto ntlm", "socks-proxy h", "socks-proxy h 1"}) {
     EXPECT_EQ(Refusal(AfterBasis(line)), "") << line;
   }
   for (const char* line :
