@@ -30,6 +30,8 @@ if(QUORVEX_SANITIZE)
   target_compile_options(
     quorvex_flags INTERFACE -fsanitize=${QUORVEX_SANITIZE} -fno-sanitize-recover=undefined
                             -fno-omit-frame-pointer)
+  # GCC sees uninitialised values in the code that the sanitizers add around the standard library.
+  target_compile_options(quorvex_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(quorvex_flags INTERFACE -fsanitize=${QUORVEX_SANITIZE})
 endif()
 if(QUORVEX_COVERAGE)
