@@ -59,7 +59,9 @@ Answer AskResolver(const std::string& name) {
   GErrorSlot error;
   const AddressListPtr found(
       g_resolver_lookup_by_name(resolver.get(), name.c_str(), nullptr, error.Out()));
-  Answer answer = {{}, error.MessageOr("")};
+  // The text comes from a thread of GLib's. GLib's own copy of it is made under locks that
+  // ThreadSanitizer does not see.
+  Answer answer = {{}, GCharPtr(g_strdup(error.MessageOr(""))).get()};
   for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
     const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
     answer.addresses.emplace_back(text.get());
