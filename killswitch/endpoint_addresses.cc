@@ -12,20 +12,22 @@ namespace {
 
 using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
 
-// A name that does not resolve contributes nothing.
-std::vector<std::string> AskResolver(const std::string& host) {
-  std::vector<std::string> addresses;
+}  // namespace
+
+ResolverAnswer AskResolver(const std::string& name) {
   const GObjectPtr<GResolver> resolver(g_resolver_get_default());
+  GErrorSlot error;
   const AddressListPtr found(
-      g_resolver_lookup_by_name(resolver.get(), host.c_str(), nullptr, nullptr));
+      g_resolver_lookup_by_name(resolver.get(), name.c_str(), nullptr, error.Out()));
+  // The text comes from a thread of GLib's. GLib's own copy of it is made under locks that
+  // ThreadSanitizer does not see.
+  ResolverAnswer answer = {{}, GCharPtr(g_strdup(error.MessageOr(""))).get()};
   for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
     const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
-    addresses.emplace_back(text.get());
+    answer.addresses.emplace_back(text.get());
   }
-  return addresses;
+  return answer;
 }
-
-}  // namespace
 
 bool IsLiteralAddress(const std::string& host) {
   return GObjectPtr<GInetAddress>(g_inet_address_new_from_string(host.c_str())) != nullptr;
@@ -48,7 +50,9 @@ std::vector<std::string> CollectEndpointAddresses(EngineKind kind, const std::st
 
 std::vector<std::string> CollectEndpointAddresses(EngineKind kind,
                                                   const std::string& configuration) {
-  return CollectEndpointAddresses(kind, configuration, AskResolver);
+  // A name that does not resolve contributes nothing.
+  return CollectEndpointAddresses(
+      kind, configuration, [](const std::string& name) { return AskResolver(name).addresses; });
 }
 
 }  // namespace quorvex::linux_service

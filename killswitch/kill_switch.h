@@ -15,6 +15,16 @@ namespace quorvex::linux_service {
 // Whether the text is an IPv4 or IPv6 address. Pure.
 [[nodiscard]] bool IsLiteralAddress(const std::string& host);
 
+struct ResolverAnswer {
+  // Literal, in the resolver's order.
+  std::vector<std::string> addresses;
+  // Why there are none; empty when there are some.
+  std::string failure;
+};
+
+// Asks the system's resolver for a host name, which blocks for as long as that needs.
+[[nodiscard]] ResolverAnswer AskResolver(const std::string& name);
+
 // The addresses of the servers that an engine's configuration names, as literal IPv4 and IPv6
 // texts in order of appearance, each once. Host names are resolved through the system's resolver,
 // which blocks for as long as that needs; never on the main thread. What cannot be read or resolved

@@ -53,20 +53,20 @@ JsonObject* ObjectMemberOrNew(JsonObject* parent, const char* name) {
   return object;
 }
 
-void SetStrings(JsonObject* object, const char* name, std::initializer_list<const char*> values) {
-  JsonArray* array = json_array_new();
-  for (const char* value : values) {
-    json_array_add_string_element(array, value);
-  }
-  json_object_set_array_member(object, name, array);
-}
-
 JsonArray* NewStringArray(const std::vector<std::string>& values) {
   JsonArray* array = json_array_new();
   for (const std::string& value : values) {
     json_array_add_string_element(array, value.c_str());
   }
   return array;
+}
+
+void SetStrings(JsonObject* object, const char* name, std::initializer_list<const char*> values) {
+  json_object_set_array_member(object, name, NewStringArray({values.begin(), values.end()}));
+}
+
+std::string StringMemberText(JsonObject* object, const char* name) {
+  return IsString(object, name) ? json_object_get_string_member(object, name) : "";
 }
 
 const char* FirstOutboundTag(JsonObject* root, const char* kindMember,

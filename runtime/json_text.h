@@ -33,6 +33,9 @@ void SetStrings(JsonObject* object, const char* name, std::initializer_list<cons
 
 [[nodiscard]] JsonArray* NewStringArray(const std::vector<std::string>& values);
 
+// The member's text; empty when it is no string.
+[[nodiscard]] std::string StringMemberText(JsonObject* object, const char* name);
+
 // Calls `visit` with each element that is an object; null has none.
 template <typename Visitor>
 void ForEachObject(JsonArray* array, Visitor visit) {

@@ -33,11 +33,12 @@ bool IsReadableForNft(const std::string& address) {
   return address.find('%') == std::string::npos && (head == "::" || head == "::ffff:");
 }
 
-// Packets to an IPv4 address written as IPv6 leave as IPv4.
-void AddIpv4Tail(const std::string& address, UniqueTexts* addresses) {
+// Packets to an IPv4 address written as IPv6 leave as IPv4. GLib writes all such in one way.
+void AddMappedIpv4(const std::string& address, UniqueTexts* addresses) {
   constexpr std::string_view kMapped = "::ffff:";
-  if (LowercaseAscii(address).starts_with(kMapped) && address.find('.') != std::string::npos) {
-    addresses->Add(address.substr(kMapped.size()));
+  const std::string written = WrittenByGLib(address);
+  if (written.starts_with(kMapped) && written.find('.') != std::string::npos) {
+    addresses->Add(written.substr(kMapped.size()));
   }
 }
 
@@ -93,7 +94,7 @@ std::vector<std::string> AddressesToLetThrough(EngineKind engine, const std::str
   for (const std::string& host : CollectServerHosts(engine, rawConfig)) {
     if (IsLiteralAddress(host)) {
       addresses.Add(host);
-      AddIpv4Tail(host, &addresses);
+      AddMappedIpv4(host, &addresses);
     }
   }
   for (const NamedServer& server : servers) {

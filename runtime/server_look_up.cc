@@ -10,6 +10,7 @@
 #include <mutex>
 #include <utility>
 
+#include "killswitch/kill_switch.h"
 #include "runtime/glib_ptr.h"
 
 namespace quorvex::linux_service {
@@ -29,14 +30,7 @@ constexpr std::size_t kMostNames = 64;
 constexpr int kAtOnce = 4;
 std::atomic<int> lookUpsUnderWay{0};
 
-using AddressListPtr = std::unique_ptr<GList, ReleaseWith<g_resolver_free_addresses>>;
 using GThreadPtr = std::unique_ptr<GThread, ReleaseWith<g_thread_unref>>;
-
-struct Answer {
-  std::vector<std::string> addresses;
-  // Why there is none; empty while nothing has answered.
-  std::string failure;
-};
 
 // What the threads of one call share with it. The last one to leave frees it.
 struct Answers {
@@ -44,8 +38,17 @@ struct Answers {
 
   std::mutex mutex;
   std::condition_variable arrived;
-  std::vector<Answer> list;
-  std::size_t open = 0;
+  std::vector<ResolverAnswer> list;
+  std::size_t arrivedCount = 0;
+
+  void Put(std::size_t index, ResolverAnswer answer) {
+    {
+      const std::scoped_lock lock(mutex);
+      list[index] = std::move(answer);
+      ++arrivedCount;
+    }
+    arrived.notify_all();
+  }
 };
 
 struct Question {
@@ -54,32 +57,11 @@ struct Question {
   std::string name;
 };
 
-Answer AskResolver(const std::string& name) {
-  const GObjectPtr<GResolver> resolver(g_resolver_get_default());
-  GErrorSlot error;
-  const AddressListPtr found(
-      g_resolver_lookup_by_name(resolver.get(), name.c_str(), nullptr, error.Out()));
-  // The text comes from a thread of GLib's. GLib's own copy of it is made under locks that
-  // ThreadSanitizer does not see.
-  Answer answer = {{}, GCharPtr(g_strdup(error.MessageOr(""))).get()};
-  for (const GList* entry = found.get(); entry != nullptr; entry = entry->next) {
-    const GCharPtr text(g_inet_address_to_string(static_cast<GInetAddress*>(entry->data)));
-    answer.addresses.emplace_back(text.get());
-  }
-  return answer;
-}
-
 gpointer LookUpThread(gpointer data) {
   const std::unique_ptr<Question> question(static_cast<Question*>(data));
-  Answer answer = AskResolver(question->name);
+  ResolverAnswer answer = AskResolver(question->name);
   lookUpsUnderWay.fetch_sub(1);
-  Answers& answers = *question->answers;
-  {
-    const std::scoped_lock lock(answers.mutex);
-    answers.list[question->index] = std::move(answer);
-    --answers.open;
-  }
-  answers.arrived.notify_all();
+  question->answers->Put(question->index, std::move(answer));
   return nullptr;
 }
 
@@ -102,30 +84,28 @@ class LookUp {
   // False when cancelled. What has not answered by then goes on for nobody.
   [[nodiscard]] bool Run(steady_clock::time_point deadline,
                          const std::function<bool()>& cancelled) {
-    while (!IsDone()) {
+    for (std::size_t seen = 0; seen < names.size() && steady_clock::now() < deadline;) {
       if (cancelled()) {
         return false;
       }
-      if (steady_clock::now() >= deadline) {
-        break;
-      }
       AskMore();
-      std::unique_lock lock(answers->mutex);
-      answers->arrived.wait_for(lock, kPause);
+      seen = AwaitMoreThan(seen);
     }
     return !cancelled();
   }
 
   // The answers so far, in the order of the names.
-  [[nodiscard]] std::vector<Answer> Take() {
+  [[nodiscard]] std::vector<ResolverAnswer> Take() {
     const std::scoped_lock lock(answers->mutex);
     return answers->list;
   }
 
  private:
-  [[nodiscard]] bool IsDone() {
-    const std::scoped_lock lock(answers->mutex);
-    return next == names.size() && answers->open == 0;
+  // How many answers there are once there is another one, or after a pause.
+  [[nodiscard]] std::size_t AwaitMoreThan(std::size_t seen) {
+    std::unique_lock lock(answers->mutex);
+    answers->arrived.wait_for(lock, kPause, [this, seen] { return answers->arrivedCount > seen; });
+    return answers->arrivedCount;
   }
 
   void AskMore() {
@@ -136,10 +116,6 @@ class LookUp {
 
   void Ask(std::size_t index) {
     auto question = std::make_unique<Question>(Question{answers, index, names[index]});
-    {
-      const std::scoped_lock lock(answers->mutex);
-      ++answers->open;
-    }
     GErrorSlot error;
     const GThreadPtr thread(
         g_thread_try_new("quorvex-look-up", LookUpThread, question.get(), error.Out()));
@@ -148,9 +124,7 @@ class LookUp {
       return;
     }
     lookUpsUnderWay.fetch_sub(1);
-    const std::scoped_lock lock(answers->mutex);
-    answers->list[index].failure = error.MessageOr("");
-    --answers->open;
+    answers->Put(index, {{}, error.MessageOr("")});
   }
 
   const std::vector<std::string>& names;
@@ -158,7 +132,7 @@ class LookUp {
   std::size_t next = 0;
 };
 
-void Warn(const std::string& name, const Answer& answer) {
+void Warn(const std::string& name, const ResolverAnswer& answer) {
   const std::string late = "no answer within " + std::to_string(kLimitSeconds) + " seconds";
   g_log(nullptr, G_LOG_LEVEL_WARNING, "The address of the VPN server “%s” is not known: %s",
         name.c_str(), (answer.failure.empty() ? late : answer.failure).c_str());
@@ -186,7 +160,7 @@ bool LookUpServers(const std::vector<std::string>& names, const std::function<bo
   if (!lookUp.Run(steady_clock::now() + std::chrono::seconds(kLimitSeconds), cancelled)) {
     return false;
   }
-  std::vector<Answer> answers = lookUp.Take();
+  std::vector<ResolverAnswer> answers = lookUp.Take();
   std::size_t unanswered = 0;
   for (std::size_t index = 0; index < asked.size(); ++index) {
     if (!answers[index].addresses.empty()) {

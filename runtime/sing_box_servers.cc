@@ -71,17 +71,12 @@ void PutRuleFirst(JsonObject* dns, const std::string& tag, const Servers& server
   json_object_set_array_member(dns, "rules", rules);
 }
 
-void AddStringMember(JsonObject* object, const char* name, UniqueTexts* hosts) {
-  if (JsonMemberHasNonEmptyString(object, name)) {
-    AddServerHost(json_object_get_string_member(object, name), hosts);
-  }
-}
-
 // An outbound names one server, a WireGuard endpoint one for each peer.
 void AddHostsOf(JsonObject* dialer, UniqueTexts* hosts) {
-  AddStringMember(dialer, "server", hosts);
-  ForEachObject(JsonArrayMember(dialer, "peers"),
-                [hosts](JsonObject* peer) { AddStringMember(peer, "address", hosts); });
+  AddServerHost(StringMemberText(dialer, "server"), hosts);
+  ForEachObject(JsonArrayMember(dialer, "peers"), [hosts](JsonObject* peer) {
+    AddServerHost(StringMemberText(peer, "address"), hosts);
+  });
 }
 
 bool IsToOneOf(const Servers& servers, JsonObject* dialer) {

@@ -11,22 +11,15 @@
 namespace quorvex::linux_service {
 namespace {
 
-void AddStringMember(JsonObject* object, const char* member, UniqueTexts* hosts) {
-  if (JsonMemberHasNonEmptyString(object, member)) {
-    AddServerHost(json_object_get_string_member(object, member), hosts);
-  }
-}
-
 void AddServers(JsonObject* settings, const char* member, UniqueTexts* hosts) {
-  ForEachObject(JsonArrayMember(settings, member),
-                [hosts](JsonObject* server) { AddStringMember(server, "address", hosts); });
+  ForEachObject(JsonArrayMember(settings, member), [hosts](JsonObject* server) {
+    AddServerHost(StringMemberText(server, "address"), hosts);
+  });
 }
 
 void AddPeers(JsonObject* settings, UniqueTexts* hosts) {
   ForEachObject(JsonArrayMember(settings, "peers"), [hosts](JsonObject* peer) {
-    if (JsonMemberHasNonEmptyString(peer, "endpoint")) {
-      AddServerHost(HostOfEndpoint(json_object_get_string_member(peer, "endpoint")), hosts);
-    }
+    AddServerHost(HostOfEndpoint(StringMemberText(peer, "endpoint")), hosts);
   });
 }
 
@@ -123,7 +116,7 @@ void AddXrayOutboundHosts(JsonObject* outbound, UniqueTexts* hosts) {
   }
   AddServers(settings, "vnext", hosts);
   AddServers(settings, "servers", hosts);
-  AddStringMember(settings, "address", hosts);
+  AddServerHost(StringMemberText(settings, "address"), hosts);
   AddPeers(settings, hosts);
 }
 

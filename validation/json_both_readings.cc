@@ -5,12 +5,6 @@
 #include "validation/rule_text.h"
 
 namespace quorvex::linux_service {
-namespace {
-
-constexpr const char* kMalformed = "The JSON VPN configuration is malformed.";
-
-}  // namespace
-
 ValidationResult ValidateBothJsonReadings(const std::string& rawConfig, const JsonRules& rules,
                                           const JsonOptionTable& options) {
   JsonProfile profile;
@@ -21,7 +15,7 @@ ValidationResult ValidateBothJsonReadings(const std::string& rawConfig, const Js
     return Invalid(complaint);
   }
   if (!profile.survivesRewriting && !SurvivesRewriting(rawConfig)) {
-    return Invalid(kMalformed);
+    return Invalid(kJsonMalformed);
   }
   const char* complaint = ComplaintAboutOptions(json_node_get_object(profile.root), options);
   return complaint == nullptr ? Valid() : Invalid(complaint);

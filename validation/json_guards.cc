@@ -16,7 +16,6 @@ namespace {
 constexpr std::uint64_t kMaxDepth = 64;
 constexpr std::uint64_t kMaxNodes = 100000;
 
-constexpr const char* kMalformed = "The JSON VPN configuration is malformed.";
 constexpr const char* kNotAnObject = "The JSON VPN configuration must be an object.";
 constexpr const char* kTooComplex = "The JSON VPN configuration exceeds complexity limits.";
 
@@ -165,7 +164,7 @@ class TokenNotes {
 const char* SentenceOf(JsonTextVerdict verdict) {
   switch (verdict) {
     case JsonTextVerdict::kMalformed:
-      return kMalformed;
+      return kJsonMalformed;
     case JsonTextVerdict::kNotAnObject:
       return kNotAnObject;
     case JsonTextVerdict::kTooComplex:
@@ -210,7 +209,7 @@ ValidationResult ParseJsonProfile(const std::string& rawConfig, JsonProfile* pro
   loaded.parser.reset(json_parser_new());
   if (json_parser_load_from_data(loaded.parser.get(), rawConfig.data(),
                                  static_cast<gssize>(rawConfig.size()), nullptr) == FALSE) {
-    return Invalid(kMalformed);
+    return Invalid(kJsonMalformed);
   }
   loaded.root = json_parser_get_root(loaded.parser.get());
   if (loaded.root == nullptr || !JSON_NODE_HOLDS_OBJECT(loaded.root)) {

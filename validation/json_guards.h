@@ -13,6 +13,8 @@
 
 namespace quorvex::linux_service {
 
+inline constexpr char kJsonMalformed[] = "The JSON VPN configuration is malformed.";
+
 // A JSON profile, parsed, and what reading its tokens has told beside that.
 struct JsonProfile {
   GObjectPtr<JsonParser> parser;

@@ -285,10 +285,6 @@ std::string_view WithoutByteOrderMark(std::string_view text) {
 
 }  // namespace
 
-JsonTextVerdict JudgeJsonText(std::string_view text, const JsonTextLimits& limits) {
-  return SurveyJsonText(text, limits, [](JsonTokenKind, const JsonTokenReader&) {}).verdict;
-}
-
 JsonTextSurvey SurveyJsonText(std::string_view text, const JsonTextLimits& limits,
                               const JsonTokenWatch& watch) {
   JsonTextSurvey survey = JsonTextReader(WithoutByteOrderMark(text), limits, watch).Read();

@@ -25,16 +25,7 @@ struct JsonTextLimits {
 
 enum class JsonTextVerdict { kParse, kMalformed, kNotAnObject, kTooComplex };
 
-// Whether `text` is safe to parse; if it is, json-glib's verdict counts, and if it is not, this one
-// is json-glib's as far as the text's structure tells it (numbers and words are not looked into).
-// A tree that keeps to the limits is refused only for what no writer of JSON writes: parts beyond
-// the limits that json-glib reads and then drops (members that a duplicate replaces, except for
-// their nodes; roots behind the first), a blank inside a number, a broken "var" statement.
-// Takes linear time and little stack.
-[[nodiscard]] JsonTextVerdict JudgeJsonText(std::string_view text,
-                                            const JsonTextLimits& limits = {});
-
-// The verdict and what else the same look tells of the tree that json-glib will make.
+// What one look at a text tells of the tree that json-glib will make.
 struct JsonTextSurvey {
   JsonTextVerdict verdict = JsonTextVerdict::kMalformed;
   // Whether the whole text was read within the limits; nothing more is known if not.
@@ -47,6 +38,12 @@ struct JsonTextSurvey {
 // Is shown every string and every word, the last token of `tokens`, in the order of the text.
 using JsonTokenWatch = std::function<void(JsonTokenKind kind, const JsonTokenReader& tokens)>;
 
+// The verdict is whether `text` is safe to parse; if it is, json-glib's verdict counts, and if it
+// is not, this one is json-glib's as far as the text's structure tells it (numbers and words are
+// not looked into). A tree that keeps to the limits is refused only for what no writer of JSON
+// writes: parts beyond the limits that json-glib reads and then drops (members that a duplicate
+// replaces, except for their nodes; roots behind the first), a blank inside a number, a broken
+// "var" statement. Takes linear time and little stack.
 [[nodiscard]] JsonTextSurvey SurveyJsonText(std::string_view text, const JsonTextLimits& limits,
                                             const JsonTokenWatch& watch);
 

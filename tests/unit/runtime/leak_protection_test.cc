@@ -67,6 +67,14 @@ TEST_F(TheAddressesLetThrough, AreAlsoThoseThatOnlyTheEngineSees) {
               ElementsAre("198.51.100.7"));
 }
 
+TEST_F(TheAddressesLetThrough, HoldTheIpv4AddressThatAnIpv6TextStandsFor) {
+  EXPECT_THAT(
+      AddressesToLetThrough(EngineKind::kOpenVpn, "remote 0::FFFF:198.51.100.7\n", {}, Never),
+      ElementsAre("0::FFFF:198.51.100.7", "198.51.100.7"));
+  EXPECT_THAT(AddressesToLetThrough(EngineKind::kOpenVpn, "remote ::ffff:c633:6407\n", {}, Never),
+              ElementsAre("::ffff:c633:6407", "198.51.100.7"));
+}
+
 TEST_F(TheAddressesLetThrough, AreTheConfigurationsAloneWhenTheyAreLiteral) {
   const std::string literal = "remote 198.51.100.7\nremote fd00::7\nremote 198.51.100.7\n";
   EXPECT_EQ(AddressesToLetThrough(EngineKind::kOpenVpn, literal, {}, Never),

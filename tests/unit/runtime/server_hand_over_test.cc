@@ -2,32 +2,17 @@
 #include "runtime/server_hand_over.h"
 
 #include <gtest/gtest.h>
-#include <json-glib/json-glib.h>
 
-#include "runtime/glib_ptr.h"
 #include "tests/unit/runtime/case_name.h"
+#include "tests/unit/runtime/json_parts.h"
 
 namespace quorvex::linux_service {
 namespace {
 
+using test::JsonText;
+using test::SaysJson;
+
 const std::vector<NamedServer> kOneServer = {{"vpn.test", {"198.51.100.8", "fd00::7"}}};
-
-using NodePtr = std::unique_ptr<JsonNode, ReleaseWith<json_node_unref>>;
-
-NodePtr Tree(const std::string& text) {
-  GErrorSlot error;
-  NodePtr tree(json_from_string(text.c_str(), error.Out()));
-  EXPECT_NE(tree, nullptr) << error.MessageOr("no value") << " in " << text;
-  return tree;
-}
-
-// Both texts say the same, whatever the order of their members.
-::testing::AssertionResult SaysTheSame(const std::string& text, const std::string& expected) {
-  if (json_node_equal(Tree(text).get(), Tree(expected).get()) != FALSE) {
-    return ::testing::AssertionSuccess();
-  }
-  return ::testing::AssertionFailure() << text << "\nis not\n" << expected;
-}
 
 struct HandOverCase {
   const char* name;
@@ -108,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(ASingBoxConfiguration, GetsTheAddressesOfItsServers) {
   std::string text = GetParam().before;
   ASSERT_TRUE(HandOverServers(EngineKind::kSingBox, kOneServer, &text));
-  EXPECT_TRUE(SaysTheSame(text, GetParam().after));
+  EXPECT_TRUE(SaysJson(JsonText(text).Root(), GetParam().after));
 }
 
 class AnXrayConfiguration : public ::testing::TestWithParam<HandOverCase> {};
@@ -148,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(AnXrayConfiguration, GetsTheAddressesOfItsServers) {
   std::string text = GetParam().before;
   ASSERT_TRUE(HandOverServers(EngineKind::kXray, kOneServer, &text));
-  EXPECT_TRUE(SaysTheSame(text, std::string(GetParam().after) + kXrayHosts + "}"));
+  EXPECT_TRUE(SaysJson(JsonText(text).Root(), std::string(GetParam().after) + kXrayHosts + "}"));
 }
 
 struct StrategyCase {
@@ -182,10 +167,9 @@ TEST_P(AnXrayStrategy, IsKeptIfItFindsTheAddresses) {
   };
   std::string text = configuration(GetParam().own);
   ASSERT_TRUE(HandOverServers(EngineKind::kXray, {{"vpn.test", GetParam().addresses}}, &text));
-  const NodePtr handed = Tree(text);
-  json_object_remove_member(json_node_get_object(handed.get()), "dns");
-  EXPECT_NE(json_node_equal(handed.get(), Tree(configuration(GetParam().handed)).get()), FALSE)
-      << text;
+  const JsonText handed(text);
+  json_object_remove_member(handed.Object(), "dns");
+  EXPECT_TRUE(SaysJson(handed.Root(), configuration(GetParam().handed)));
 }
 
 struct HostsCase {
@@ -216,8 +200,9 @@ TEST_P(XrayHosts, AreKeptIfTheyNeedNoLookUp) {
   std::string text =
       std::string(R"({"dns":{"servers":["1.1.1.1"],"hosts":)") + GetParam().own + "}}";
   ASSERT_TRUE(HandOverServers(EngineKind::kXray, kOneServer, &text));
-  EXPECT_TRUE(SaysTheSame(
-      text, std::string(R"({"dns":{"servers":["1.1.1.1"],"hosts":)") + GetParam().handed + "}}"));
+  EXPECT_TRUE(SaysJson(
+      JsonText(text).Root(),
+      std::string(R"({"dns":{"servers":["1.1.1.1"],"hosts":)") + GetParam().handed + "}}"));
 }
 
 class ATextWithoutLookUps : public ::testing::TestWithParam<EngineKind> {};

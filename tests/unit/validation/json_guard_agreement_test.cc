@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "runtime/glib_ptr.h"
+#include "tests/unit/validation/json_verdict.h"
 #include "validation/json_guards.h"
-#include "validation/json_text_guard.h"
 
 namespace quorvex::linux_service {
 namespace {

@@ -7,10 +7,10 @@
 #include <random>
 
 #include "runtime/glib_ptr.h"
+#include "tests/unit/validation/json_verdict.h"
 #include "tests/unit/validation/profile_case.h"
 #include "validation/json_guards.h"
 #include "validation/json_rewrite_guard.h"
-#include "validation/json_text_guard.h"
 
 namespace quorvex::linux_service {
 namespace {

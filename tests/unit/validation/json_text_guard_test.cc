@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What is kept from json-glib, and in whose words it is refused.
-#include "validation/json_text_guard.h"
-
+#include "tests/unit/validation/json_verdict.h"
 #include "tests/unit/validation/profile_case.h"
 
 namespace quorvex::linux_service {

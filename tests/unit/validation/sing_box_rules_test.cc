@@ -2,33 +2,13 @@
 #include <vector>
 
 #include "tests/unit/validation/profile_case.h"
+#include "tests/unit/validation/sing_box_sentences_expected.h"
 #include "validation/engine_rules.h"
 
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kMalformed[] = "The JSON VPN configuration is malformed.";
-constexpr char kNotAnObject[] = "The JSON VPN configuration must be an object.";
-constexpr char kTooComplex[] = "The JSON VPN configuration exceeds complexity limits.";
-constexpr char kExperimental[] =
-    "Sing-box experimental services are not permitted in VPN profiles.";
-constexpr char kLogFile[] = "Sing-box profiles may not write logs to files.";
-constexpr char kFileMember[] = "Sing-box profiles may not reference privileged certificate files.";
-constexpr char kExternal[] = "Sing-box profiles may not load external resources as root.";
-constexpr char kNoDns[] = "Sing-box profiles require app-owned remote DNS configuration.";
-constexpr char kNoDnsServer[] = "Sing-box profiles require at least one remote DNS server.";
-constexpr char kDnsNotStructured[] = "Sing-box DNS servers must use structured entries.";
-constexpr char kDnsIncomplete[] = "The Sing-box DNS server is incomplete.";
-constexpr char kDnsNotRemote[] = "Sing-box DNS must use a remote network server type.";
-constexpr char kNoInbound[] = "Sing-box profiles must contain a TUN inbound.";
-constexpr char kNotOneInbound[] =
-    "Sing-box profiles must contain exactly one app-owned TUN inbound.";
-constexpr char kBadInbound[] = "The Sing-box TUN inbound is invalid.";
-constexpr char kNoAutoRoute[] = "Sing-box profiles require an auto-route TUN inbound.";
-constexpr char kNoOutbound[] = "Sing-box profiles must contain at least one outbound.";
-constexpr char kNoProxy[] =
-    "The Sing-box configuration does not contain a tagged proxy outbound matching the selected VPN "
-    "protocol.";
+using namespace test::sing_box;
 
 const std::string kDns = R"("dns": {"servers": [{"type": "https", "server": "1.1.1.1"}]})";
 const std::string kInbounds = R"("inbounds": [{"type": "tun", "auto_route": true}])";

@@ -5,28 +5,14 @@
 #include <vector>
 
 #include "tests/unit/validation/profile_case.h"
+#include "tests/unit/validation/sing_box_sentences_expected.h"
 #include "validation/engine_rules.h"
 #include "validation/profile_validation.h"
 
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kMalformed[] = "The JSON VPN configuration is malformed.";
-constexpr char kExperimental[] =
-    "Sing-box experimental services are not permitted in VPN profiles.";
-constexpr char kLogFile[] = "Sing-box profiles may not write logs to files.";
-constexpr char kFileMember[] = "Sing-box profiles may not reference privileged certificate files.";
-constexpr char kExternal[] = "Sing-box profiles may not load external resources as root.";
-constexpr char kNoDns[] = "Sing-box profiles require app-owned remote DNS configuration.";
-constexpr char kDnsNotRemote[] = "Sing-box DNS must use a remote network server type.";
-constexpr char kNotOneInbound[] =
-    "Sing-box profiles must contain exactly one app-owned TUN inbound.";
-constexpr char kBadInbound[] = "The Sing-box TUN inbound is invalid.";
-constexpr char kNoAutoRoute[] = "Sing-box profiles require an auto-route TUN inbound.";
-constexpr char kNoOutbound[] = "Sing-box profiles must contain at least one outbound.";
-constexpr char kNoProxy[] =
-    "The Sing-box configuration does not contain a tagged proxy outbound matching the selected VPN "
-    "protocol.";
+using namespace test::sing_box;
 
 // A profile with members of its own at one place; all others are plain.
 struct Members {

@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/unit/validation/profile_case.h"
+#include "tests/unit/validation/xray_sentences_expected.h"
 #include "validation/engine_rules.h"
 
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kMalformed[] = "The JSON VPN configuration is malformed.";
-constexpr char kNotAnObject[] = "The JSON VPN configuration must be an object.";
-constexpr char kTooComplex[] = "The JSON VPN configuration exceeds complexity limits.";
-constexpr char kApi[] = "Xray API listeners are not permitted in VPN profiles.";
-constexpr char kLogFile[] = "Xray profiles may not write logs to files.";
-constexpr char kFileMember[] = "Xray profiles may not reference privileged certificate files.";
-constexpr char kExternal[] = "Xray profiles may not load external resources as root.";
-constexpr char kNoInbound[] = "Xray profiles must contain a TUN inbound.";
-constexpr char kNotOneInbound[] = "Xray profiles must contain exactly one app-owned TUN inbound.";
-constexpr char kNotTun[] = "The Xray inbound must use the TUN protocol.";
-constexpr char kNoOutbound[] = "Xray profiles must contain at least one outbound.";
-constexpr char kNoProxy[] = "Xray profiles require a tagged proxy outbound.";
+using namespace test::xray;
 
 const std::string kInbounds = R"("inbounds": [{"protocol": "tun"}])";
 const std::string kOutbounds = R"("outbounds": [{"protocol": "vless", "tag": "proxy"}])";
