@@ -13,7 +13,6 @@
 namespace quorvex::linux_service {
 namespace {
 
-constexpr std::array kStatusPrefix = {kTimeoutBinary, "--signal=TERM", "--kill-after=3s", "12s"};
 constexpr std::array kCapturePrefix = {kTimeoutBinary, "--signal=TERM", "--kill-after=1s", "3s"};
 
 // What `timeout` exits with when it had to stop the command.

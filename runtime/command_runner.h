@@ -5,9 +5,12 @@
 // may be called from any thread.
 #pragma once
 
+#include <array>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "runtime/constants.h"
 
 namespace quorvex::linux_service {
 
@@ -15,6 +18,11 @@ namespace quorvex::linux_service {
 using ArgumentVector = std::vector<const char*>;
 // Names and values; a listed variable replaces an inherited one, all others are inherited.
 using EnvironmentList = std::vector<std::pair<std::string, std::string>>;
+
+// What a command that is run for its exit status is put behind. An earlier run's commands are known
+// by it.
+inline constexpr std::array<const char*, 4> kStatusPrefix = {kTimeoutBinary, "--signal=TERM",
+                                                             "--kill-after=3s", "12s"};
 
 // Runs a command for its exit status: 12 s, then SIGTERM, then SIGKILL 3 s later. The tool's
 // output is discarded. On failure `error` (not null) is one sentence: that `timeout` is missing,

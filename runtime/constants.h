@@ -41,6 +41,11 @@ inline constexpr char kXrayConfig[] = "/run/quorvexvpn/xray.json";
 inline constexpr char kOpenVpnConfig[] = "/run/quorvexvpn/openvpn.ovpn";
 inline constexpr char kOpenVpnPid[] = "/run/quorvexvpn/openvpn.pid";
 
+// What stood on the machine before an engine was started; outside the folder of configurations, so
+// that it outlives them.
+inline constexpr char kGroundDirectory[] = "/run/quorvexvpn-ground";
+inline constexpr char kGroundRecord[] = "/run/quorvexvpn-ground/record";
+
 // Tunnel interfaces, and the directories by which the kernel shows that they exist.
 inline constexpr char kSingBoxInterface[] = "quorvex-sbox0";
 inline constexpr char kXrayInterface[] = "quorvex-xray0";

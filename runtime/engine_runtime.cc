@@ -8,7 +8,9 @@
 #include "runtime/child_process.h"
 #include "runtime/constants.h"
 #include "runtime/engine_files.h"
+#include "runtime/ground.h"
 #include "runtime/leak_protection.h"
+#include "runtime/orphans.h"
 #include "runtime/private_files.h"
 #include "runtime/server_look_up.h"
 #include "runtime/wireguard_engine.h"
@@ -60,10 +62,18 @@ bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
   if (!LookUpServers(names, cancelled, &namedServers) || cancelled()) {
     return Fail(kCancelled, error);
   }
-  if (engine == EngineKind::kWireGuard) {
-    return StartWireGuard(rawConfig, cancelled, error);
+  if (!PrepareGround(engine, rawConfig, namedServers, error)) {
+    return false;
   }
-  return StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
+  const bool started = engine == EngineKind::kWireGuard
+                           ? StartWireGuard(rawConfig, cancelled, error)
+                           : StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
+  if (started) {
+    OpenWayIntoTunnel(engine, rawConfig, LocalNetworks::kOutside);
+  } else {
+    ClearGround();
+  }
+  return started;
 }
 
 bool EngineRuntime::Stop(std::string* error) {
@@ -72,7 +82,13 @@ bool EngineRuntime::Stop(std::string* error) {
   std::string killSwitchError;
   const bool unblocked = RemoveKillSwitch(&killSwitchError);
   CloseWayIntoTunnel();
-  if (!StopEngine(error)) {
+  const bool stopped = StopEngine(error);
+  ClearGround();
+  if (!stopped) {
+    // What failed to end properly may have been ended by force by now.
+    if (!TunnelInterfaceExists(kind)) {
+      ForgetEngine();
+    }
     return false;
   }
   return unblocked || Fail(std::move(killSwitchError), error);
@@ -112,21 +128,49 @@ void EngineRuntime::ForgetEngine() {
 }
 
 bool EngineRuntime::Recover(std::string* error) {
+  EndOrphans();
+  if (kind == EngineKind::kUnsupported) {
+    AdoptWireGuardTool();
+  }
   return Stop(error) && StopWireGuard(error) && SecureRemoveFile(kSingBoxConfig, error) &&
          SecureRemoveFile(kXrayConfig, error) && RemoveConfigFor(EngineKind::kOpenVpn, error);
 }
 
 bool EngineRuntime::PollUnexpectedExit(std::string* error) {
   if (process == nullptr || ProcessIsAlive(process.get())) {
-    return false;
+    return PollLostTunnel(error);
   }
   const EngineKind died = kind;
   // Only reaps: the child has ended.
   static_cast<void>(g_subprocess_wait(process.get(), nullptr, nullptr));
   ForgetEngine();
+  CloseWayIntoTunnel();
   std::string discarded;
   static_cast<void>(RemoveConfigFor(died, &discarded));
+  ClearGround();
   *error = std::string(EngineName(died)) + kStoppedUnexpectedly;
+  return true;
+}
+
+bool EngineRuntime::PollLostTunnel(std::string* error) {
+  if (kind == EngineKind::kUnsupported || TunnelInterfaceExists(kind)) {
+    return false;
+  }
+  const EngineKind lost = kind;
+  if (process != nullptr) {
+    // By force, since an end in good order may take seconds and there is no tunnel to save.
+    g_subprocess_force_exit(process.get());
+    static_cast<void>(g_subprocess_wait(process.get(), nullptr, nullptr));
+  }
+  ForgetEngine();
+  CloseWayIntoTunnel();
+  std::string discarded;
+  if (lost == EngineKind::kWireGuard) {
+    static_cast<void>(RunWireGuardDnsCommand({"revert-wireguard"}, &discarded));
+  }
+  static_cast<void>(RemoveConfigFor(lost, &discarded));
+  ClearGround();
+  *error = std::string(EngineName(lost)) + kStoppedUnexpectedly;
   return true;
 }
 
@@ -145,9 +189,9 @@ bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig,
   std::vector<std::string> addresses =
       AddressesToLetThrough(kind, rawConfig, namedServers, cancelled);
   MakeReadableForNft(&addresses);
-  OpenWayIntoTunnel(kind, rawConfig);
+  OpenWayIntoTunnel(kind, rawConfig, LocalNetworks::kInside);
   if (!ApplyKillSwitch(interface, addresses, error)) {
-    CloseWayIntoTunnel();
+    OpenWayIntoTunnel(kind, rawConfig, LocalNetworks::kOutside);
     return false;
   }
   return true;

@@ -45,10 +45,11 @@ class EngineRuntime {
                            std::string* error);
   // Removes the kill switch, then stops whatever is up and removes its files.
   [[nodiscard]] bool Stop(std::string* error);
-  // Clears what an earlier run of the service left behind.
+  // Ends and clears what an earlier run of the service left behind.
   [[nodiscard]] bool Recover(std::string* error);
-  // True when the engine's process died by itself: it has been reaped and its files removed, and
-  // `error` says which engine it was. A kill switch stays, so that nothing leaks.
+  // True when the engine's process died by itself or its interface has gone: the engine has been
+  // ended, and what it left and its files have been removed, and `error` says which engine it was.
+  // A kill switch stays, so that nothing leaks.
   [[nodiscard]] bool PollUnexpectedExit(std::string* error);
   // Closes the firewall around the tunnel that is up, for the servers that `rawConfig` names.
   // Looks names up once more, for as long as the system's resolver needs; `cancelled`, asked on
@@ -66,6 +67,7 @@ class EngineRuntime {
                                         const std::function<bool()>& cancelled, std::string* error);
   [[nodiscard]] bool StopProcess(std::string* error);
   [[nodiscard]] bool StopEngine(std::string* error);
+  [[nodiscard]] bool PollLostTunnel(std::string* error);
   void ForgetEngine();
 
   // While kind is kUnsupported, process is null and activeConfigPath is empty.

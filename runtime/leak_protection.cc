@@ -121,15 +121,17 @@ void MakeReadableForNft(std::vector<std::string>* addresses) {
   }
 }
 
-void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig) {
+void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig, LocalNetworks local) {
   if (engine != EngineKind::kSingBox) {
     return;
   }
   std::string error = "the configuration's packet mark cannot be read";
   const std::optional<std::uint32_t> mark = SingBoxMark(rawConfig);
-  if (!mark || !AddSingBoxRoute(*mark, &error)) {
+  if (!mark || !AddSingBoxRoute(*mark, local, &error)) {
     g_log(nullptr, G_LOG_LEVEL_WARNING,
-          "Traffic stays blocked: the way into the sing-box tunnel could not be opened: %s",
+          "%s: the way into the sing-box tunnel could not be opened: %s",
+          local == LocalNetworks::kInside ? "Traffic stays blocked"
+                                          : "Earlier connections go on outside the tunnel",
           error.c_str());
   }
 }

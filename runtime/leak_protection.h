@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "killswitch/sing_box_route.h"
 #include "runtime/engine_catalogue.h"
 #include "runtime/server_look_up.h"
 
@@ -28,9 +29,10 @@ namespace quorvex::linux_service {
 // nftables' refusal. Pure.
 void MakeReadableForNft(std::vector<std::string>* addresses);
 
-// Opens sing-box's own way into its tunnel, which the firewall's table would close; for the other
-// engines nothing. If that fails, the journal says that all traffic will be blocked.
-void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig);
+// Leads all traffic into sing-box's tunnel, also that of earlier connections, which its own ways do
+// not take and the firewall's table would stop; for the other engines nothing. `local` is about the
+// machine's own networks. If that fails, the journal says what becomes of the traffic.
+void OpenWayIntoTunnel(EngineKind engine, const std::string& rawConfig, LocalNetworks local);
 
 // Takes it back, whichever engine it was for, and also after an earlier run of the service. What
 // goes wrong is told to the journal.

@@ -11,7 +11,8 @@
 #include <cerrno>
 #include <string_view>
 
-#include "runtime/constants.h"
+#include "runtime/file_descriptor.h"
+#include "runtime/glib_ptr.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -30,24 +31,6 @@ constexpr char kCannotOpenForRemoval[] = "Unable to open private runtime data fo
 constexpr char kNotARegularFile[] = "Private runtime data is not a regular file.";
 constexpr char kCannotClear[] = "Unable to clear private runtime data.";
 constexpr char kCannotRemove[] = "Unable to remove private runtime data: ";
-
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int value) : fd(value) {}
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor() {
-    if (IsOpen()) {
-      // What was written has been flushed; a failing close has nothing more to tell.
-      static_cast<void>(close(fd));
-    }
-  }
-  [[nodiscard]] bool IsOpen() const { return fd >= 0; }
-  [[nodiscard]] int Get() const { return fd; }
-
- private:
-  int fd;
-};
 
 // Unlinks a file that could not be finished, after its descriptor has been closed: declared
 // before the descriptor, it is destroyed after it.
@@ -81,12 +64,13 @@ bool Fail(const char* sentence, std::string* error) {
   return false;
 }
 
-bool PrepareDirectory(std::string* error) {
-  if (g_mkdir_with_parents(kRuntimeDirectory, kDirectoryMode) != 0) {
+bool PrepareDirectoryOf(const char* path, std::string* error) {
+  const GCharPtr directory(g_path_get_dirname(path));
+  if (g_mkdir_with_parents(directory.get(), kDirectoryMode) != 0) {
     return FailWithErrno(kCannotCreateDirectory, error);
   }
   // A directory that somebody left with wider rights is tightened, too.
-  if (chmod(kRuntimeDirectory, kDirectoryMode) != 0) {
+  if (chmod(directory.get(), kDirectoryMode) != 0) {
     return FailWithErrno(kCannotSecureDirectory, error);
   }
   return true;
@@ -162,7 +146,7 @@ bool UnlinkFile(const char* path, std::string* error) {
 }  // namespace
 
 bool WritePrivateFile(const char* path, const std::string& contents, std::string* error) {
-  if (!PrepareDirectory(error)) {
+  if (!PrepareDirectoryOf(path, error)) {
     return false;
   }
   UnlinkGuard partialFile(path);

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Root-only files under /run/quorvexvpn. Engine configurations carry keys and passwords, so they
-// are written only through a descriptor that follows no symbolic link, and are overwritten with
-// zeros before they go. The functions keep no state; the caller keeps two of them from working on
-// one path at the same time.
+// Root-only files in root-only folders of /run. Engine configurations carry keys and passwords, so
+// they are written only through a descriptor that follows no symbolic link, and are overwritten
+// with zeros before they go. The functions keep no state; the caller keeps two of them from working
+// on one path at the same time.
 #pragma once
 
 #include <string>
 
 namespace quorvex::linux_service {
 
-// Writes `contents` to `path` (one of the constants inside kRuntimeDirectory) as a file of mode
-// 0600 in a directory of mode 0700, and flushes it. On failure the partial file is unlinked and
-// `error` (not null) names the step and the system's reason.
+// Writes `contents` to `path` (a constant inside kRuntimeDirectory or kGroundDirectory) as a file
+// of mode 0600 in a directory of mode 0700, and flushes it. On failure the partial file is unlinked
+// and `error` (not null) names the step and the system's reason.
 [[nodiscard]] bool WritePrivateFile(const char* path, const std::string& contents,
                                     std::string* error);
 

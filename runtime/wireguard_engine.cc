@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstring>
 
 #include "runtime/constants.h"
 #include "runtime/engine_runtime.h"
@@ -179,6 +180,22 @@ bool StopWireGuard(std::string* error) {
     return !up || Fail(kForeignInterface, error);
   }
   return up ? TakeDown(error) : SecureRemoveFile(kWireGuardConfig, error);
+}
+
+void AdoptWireGuardTool() {
+  if (!ConfigurationExists() || !InterfaceExists()) {
+    return;
+  }
+  char* contents = nullptr;
+  gsize size = 0;
+  if (g_file_get_contents(kWireGuardConfig, &contents, &size, nullptr) == FALSE) {
+    return;
+  }
+  const GCharPtr owner(contents);
+  std::string text(contents, size);
+  g_wireguard_uses_amnezia.exchange(WireGuardConfigRequiresAmnezia(text));
+  SecureClear(&text);
+  explicit_bzero(contents, size);
 }
 
 bool EngineRuntime::StartWireGuard(const std::string& config,

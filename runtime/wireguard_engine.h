@@ -15,6 +15,10 @@ namespace quorvex::linux_service {
 // failure `error` (not null) says which step failed. Runs tools: blocks for up to half a minute.
 [[nodiscard]] bool StopWireGuard(std::string* error);
 
+// Which tool took a tunnel up is known to the process alone that did it. After that one's end the
+// leftover configuration tells: the same tool must take the tunnel down.
+void AdoptWireGuardTool();
+
 // Runs the client's DNS helper with `arguments`; result and message as RunCommand's.
 [[nodiscard]] bool RunWireGuardDnsCommand(const std::vector<std::string>& arguments,
                                           std::string* error);

@@ -79,8 +79,7 @@ def test_a_disconnect_while_the_ground_is_cleared_writes_and_runs_nothing(flow, 
 
 def test_a_disconnect_while_the_check_runs_is_seen_before_the_first_look(flow):
     """The engine has been run by then, and is stopped before it could show anything."""
-    flow.behave(SING_BOX, hang=True)
-    flow.add_interface_of(SING_BOX)
+    flow.behave(SING_BOX, shell=SING_BOX.add_interface, hang=True)
     gate = flow.tools["sing-box"].gate("check")
     flow.start()
     flow.begin(SING_BOX)

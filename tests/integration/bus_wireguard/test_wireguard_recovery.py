@@ -4,9 +4,9 @@
 import pytest
 
 from wireguard_flow import (
-    ADMINISTRATOR_REPAIR, AMNEZIA_PROFILE, AWG_UP, BRING_UP, CLEAR_GROUND, CONFIG, DNS_HELPER,
+    ADMINISTRATOR_REPAIR, AMNEZIA_PROFILE, AWG_DOWN, AWG_UP, BRING_UP, CLEAR_GROUND, CONFIG, DNS_HELPER,
     KILL_SWITCH_FAILED, NFT, NOT_CLEANED_UP, OPENVPN_CONFIG, OPENVPN_PID, OTHER_FILES, PROFILE,
-    REMOVE_KILL_SWITCH, RESOLVECTL, REVERT_OPENVPN_DNS, SING_BOX_CONFIG, STOP_TUNNEL, TAKE_DOWN,
+    REMOVE_KILL_SWITCH, RESOLVECTL, REVERT_DNS, REVERT_OPENVPN_DNS, SING_BOX_CONFIG, STOP_TUNNEL, TAKE_DOWN,
     TIMEOUT, XRAY_CONFIG, base_name, failure, stop_failure)
 
 pytestmark = pytest.mark.bus
@@ -38,14 +38,14 @@ def test_a_tunnel_left_by_a_crash_is_taken_down_at_the_next_start(flow):
     assert flow.connect()["stage"] == "connected"
 
 
-def test_an_amnezia_tunnel_left_by_a_crash_is_taken_down_by_wg_quick(flow):
-    """Which tool brought it up is remembered in memory only."""
+def test_an_amnezia_tunnel_left_by_a_crash_is_taken_down_by_its_own_tool(flow):
+    """Which tool brought it up is remembered in memory only; the configuration that it left tells."""
     flow.add_amnezia_tools()
     flow.start()
     flow.connect(AMNEZIA_PROFILE)
     assert AWG_UP in flow.commands()
     crash(flow)
-    assert start(flow) == [REMOVE_KILL_SWITCH, *TAKE_DOWN, REVERT_OPENVPN_DNS]
+    assert start(flow) == [REMOVE_KILL_SWITCH, REVERT_DNS, AWG_DOWN, REVERT_OPENVPN_DNS]
     assert flow.files() == []
 
 

@@ -31,9 +31,10 @@ class TheWayIntoSingBox : public test::PrivateWorld {
     PrivateWorld::TearDown();
   }
   static std::string Rules() { return Output("ip -4 rule; ip -6 rule"); }
-  static void Add(std::uint32_t mark = kSingBoxDefaultMark) {
+  static void Add(std::uint32_t mark = kSingBoxDefaultMark,
+                  LocalNetworks local = LocalNetworks::kInside) {
     std::string error;
-    ASSERT_TRUE(AddSingBoxRoute(mark, &error)) << error;
+    ASSERT_TRUE(AddSingBoxRoute(mark, local, &error)) << error;
   }
   std::string before = Rules();
 };
@@ -55,6 +56,29 @@ TEST_F(TheWayIntoSingBox, HasTheMarkThatItIsGiven) {
   Add(0x2024);
   Add(0xFFFFFFFE);
   EXPECT_THAT(Rules(), AllOf(HasSubstr("fwmark 0xfffffffe lookup 2022"), Not(HasSubstr("0x2024"))));
+}
+
+TEST_F(TheWayIntoSingBox, PassesByTheLocalNetworksOnDemand) {
+  Add(kSingBoxDefaultMark, LocalNetworks::kOutside);
+  const std::string outside = Rules();
+  EXPECT_THAT(outside, HasSubstr("9099:\tfrom all lookup main suppress_prefixlength 0"));
+  EXPECT_THAT(outside, HasSubstr(kOurs));
+  Add();
+  EXPECT_THAT(Rules(), AllOf(HasSubstr(kOurs), Not(HasSubstr("9099:"))));
+  Add(kSingBoxDefaultMark, LocalNetworks::kOutside);
+  EXPECT_EQ(Rules(), outside);
+}
+
+TEST_F(TheWayIntoSingBox, IsNeverGoneWhileTheLocalNetworksChangeSides) {
+  Add();
+  test::Shell(
+      "ip monitor rule > /run/changes & echo $! > /run/monitor; until ip rule add lookup 77; do :; "
+      "done;"
+      "until grep -q 77 /run/changes; do ip rule del lookup 77; ip rule add lookup 77; done; ip "
+      "rule del lookup 77");
+  Add(kSingBoxDefaultMark, LocalNetworks::kOutside);
+  test::Shell("until grep -q 9099 /run/changes; do :; done; kill $(cat /run/monitor)");
+  EXPECT_THAT(Output("grep 9100: /run/changes || :"), Not(HasSubstr("Deleted")));
 }
 
 TEST_F(TheWayIntoSingBox, IsRemovedOnce) {
@@ -99,6 +123,11 @@ TEST_F(TheWayIntoSingBox, DecidesWhichWayAPacketGoes) {
   Add();
   EXPECT_THAT(Output("ip route get 203.0.113.9"), HasSubstr("dev tunnel0"));
   EXPECT_THAT(Output("ip route get 203.0.113.9 mark 0x2024"), HasSubstr("dev cable0"));
+  test::Shell("ip route add 192.0.2.0/24 dev cable0");
+  EXPECT_THAT(Output("ip route get 192.0.2.7"), HasSubstr("dev tunnel0"));
+  Add(kSingBoxDefaultMark, LocalNetworks::kOutside);
+  EXPECT_THAT(Output("ip route get 192.0.2.7"), HasSubstr("dev cable0"));
+  EXPECT_THAT(Output("ip route get 203.0.113.9"), HasSubstr("dev tunnel0"));
   test::Shell("ip link del cable0; ip link del tunnel0");
 }
 

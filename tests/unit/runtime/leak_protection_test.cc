@@ -152,7 +152,8 @@ class TheWayIntoATunnel : public test::PrivateWorld {
     PrivateWorld::TearDown();
   }
   static std::string Open(EngineKind engine, const std::string& inbound) {
-    OpenWayIntoTunnel(engine, R"({"inbounds":[{"type":"tun")" + inbound + "}]}");
+    OpenWayIntoTunnel(engine, R"({"inbounds":[{"type":"tun")" + inbound + "}]}",
+                      LocalNetworks::kInside);
     test::Shell("ip -4 rule > /run/rules; ip -6 rule >> /run/rules");
     return test::ReadFile("/run/rules");
   }

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "runtime/ground.h"
+
+#include <gio/gio.h>
+
+#include <array>
+
+#include "runtime/constants.h"
+#include "runtime/glib_ptr.h"
+#include "runtime/ground_record.h"
+#include "runtime/kernel_links.h"
+#include "runtime/leftovers.h"
+#include "runtime/orphans.h"
+#include "runtime/private_files.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+std::string AddressBytes(const std::string& text) {
+  const GObjectPtr<GInetAddress> address(g_inet_address_new_from_string(text.c_str()));
+  if (address == nullptr) {
+    return {};
+  }
+  return {reinterpret_cast<const char*>(g_inet_address_to_bytes(address.get())),
+          g_inet_address_get_native_size(address.get())};
+}
+
+void KeepAddress(const std::string& text, GroundRecord* record) {
+  if (std::string bytes = AddressBytes(text); !bytes.empty()) {
+    record->servers.push_back(std::move(bytes));
+  }
+}
+
+void KeepServers(const std::string& rawConfig, const std::vector<NamedServer>& servers,
+                 GroundRecord* record) {
+  for (const std::string& host : CollectServerHosts(record->engine, rawConfig)) {
+    KeepAddress(host, record);
+  }
+  for (const NamedServer& server : servers) {
+    for (const std::string& address : server.addresses) {
+      KeepAddress(address, record);
+    }
+  }
+}
+
+// These end with no process. One whose server in user space cannot be found is left to wg-quick.
+constexpr std::array kKernelTunnels = {"wireguard", "amneziawg"};
+// Normally gone with the engine; one that was made to stay has our name all the same.
+constexpr std::array kTunDevices = {"tun"};
+
+bool RemoveInterface(EngineKind engine, std::string* error) {
+  const std::string name = TunnelInterfaceFor(engine);
+  if (engine != EngineKind::kWireGuard) {
+    return DeleteLink(name, kTunDevices, error);
+  }
+  EndWireGuardServers();
+  return DeleteLink(name, kKernelTunnels, error);
+}
+
+// Without its interface the configuration that wg-quick needs to take it down has no purpose.
+bool RemoveWireGuardConfiguration(std::string* error) {
+  return g_file_test(kWireGuardConfig, G_FILE_TEST_EXISTS) == FALSE ||
+         SecureRemoveFile(kWireGuardConfig, error);
+}
+
+enum class Cleared { kYes, kNotYet, kFailed };
+
+Cleared Clear(const GroundRecord& record, std::string* error) {
+  if (!RemoveInterface(record.engine, error)) {
+    return Cleared::kFailed;
+  }
+  if (TunnelInterfaceExists(record.engine)) {
+    return Cleared::kNotYet;
+  }
+  const bool removed = RemoveLeftovers(record, error);
+  const bool wiped = record.engine != EngineKind::kWireGuard || RemoveWireGuardConfiguration(error);
+  return removed && wiped ? Cleared::kYes : Cleared::kFailed;
+}
+
+}  // namespace
+
+bool TunnelInterfaceExists(EngineKind engine) {
+  const std::string path = std::string("/sys/class/net/") + TunnelInterfaceFor(engine);
+  return *TunnelInterfaceFor(engine) != '\0' &&
+         g_file_test(path.c_str(), G_FILE_TEST_IS_DIR) != FALSE;
+}
+
+bool PrepareGround(EngineKind engine, const std::string& rawConfig,
+                   const std::vector<NamedServer>& servers, std::string* error) {
+  if (TunnelInterfaceExists(engine)) {
+    *error = std::string("Another program holds the tunnel interface ") +
+             TunnelInterfaceFor(engine) + ".";
+    return false;
+  }
+  GroundRecord record;
+  record.engine = engine;
+  KeepServers(rawConfig, servers, &record);
+  return NoteWhatStands(&record, error) && StoreGroundRecord(record, error);
+}
+
+void ClearGround() {
+  if (!GroundRecordExists()) {
+    return;
+  }
+  std::string error;
+  const std::optional<GroundRecord> record = LoadGroundRecord();
+  // A record that is not whole: the service ended before it started the engine.
+  const Cleared cleared = record ? Clear(*record, &error) : Cleared::kYes;
+  const bool removed = cleared != Cleared::kYes || RemoveGroundRecord(&error);
+  if (cleared == Cleared::kFailed || !removed) {
+    g_log(nullptr, G_LOG_LEVEL_WARNING, "Something of the tunnel is left behind: %s",
+          error.c_str());
+  }
+}
+
+}  // namespace quorvex::linux_service

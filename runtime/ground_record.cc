@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "runtime/ground_record.h"
+
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <sstream>
+#include <string_view>
+
+#include "runtime/constants.h"
+#include "runtime/glib_ptr.h"
+#include "runtime/private_files.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+constexpr std::string_view kEngineWord = "engine";
+constexpr std::string_view kRuleWord = "rule";
+constexpr std::string_view kRouteWord = "route";
+constexpr std::string_view kServerWord = "server";
+constexpr std::string_view kLastLine = "whole";
+
+std::string ToHexadecimal(const std::string& bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    text += kDigits[value >> 4U];
+    text += kDigits[value & 0xfU];
+  }
+  return text;
+}
+
+std::optional<std::string> FromHexadecimal(std::string_view text) {
+  std::string bytes;
+  for (; text.size() >= 2; text.remove_prefix(2)) {
+    std::uint8_t value = 0;
+    const auto [rest, failure] = std::from_chars(text.data(), text.data() + 2, value, 16);
+    if (failure != std::errc() || rest != text.data() + 2) {
+      return std::nullopt;
+    }
+    bytes += static_cast<char>(value);
+  }
+  return text.empty() ? std::optional(bytes) : std::nullopt;
+}
+
+void AppendLines(std::string_view word, const std::vector<std::string>& entries,
+                 std::string* text) {
+  for (const std::string& entry : entries) {
+    text->append(word).append(" ").append(ToHexadecimal(entry)).append("\n");
+  }
+}
+
+bool ReadEngine(std::string_view text, EngineKind* engine) {
+  std::uint32_t number = 0;
+  const auto [rest, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  *engine = static_cast<EngineKind>(number);
+  return failure == std::errc() && rest == text.data() + text.size();
+}
+
+std::vector<std::string>* ListFor(std::string_view word, GroundRecord* record) {
+  if (word == kRuleWord) {
+    return &record->rules;
+  }
+  if (word == kRouteWord) {
+    return &record->routes;
+  }
+  return word == kServerWord ? &record->servers : nullptr;
+}
+
+bool ReadLine(std::string_view line, GroundRecord* record) {
+  const std::size_t blank = line.find(' ');
+  if (blank == std::string_view::npos) {
+    return false;
+  }
+  const std::string_view word = line.substr(0, blank);
+  const std::string_view value = line.substr(blank + 1);
+  if (word == kEngineWord) {
+    return ReadEngine(value, &record->engine);
+  }
+  std::vector<std::string>* list = ListFor(word, record);
+  std::optional<std::string> bytes = FromHexadecimal(value);
+  if (list == nullptr || !bytes) {
+    return false;
+  }
+  list->push_back(std::move(*bytes));
+  return true;
+}
+
+}  // namespace
+
+std::string WriteGroundText(const GroundRecord& record) {
+  std::string text(kEngineWord);
+  text.append(" ").append(std::to_string(static_cast<std::uint32_t>(record.engine))).append("\n");
+  AppendLines(kRuleWord, record.rules, &text);
+  AppendLines(kRouteWord, record.routes, &text);
+  AppendLines(kServerWord, record.servers, &text);
+  return text.append(kLastLine).append("\n");
+}
+
+std::optional<GroundRecord> ReadGroundText(const std::string& text) {
+  GroundRecord record;
+  std::istringstream lines(text);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line == kLastLine) {
+      return record;
+    }
+    if (!ReadLine(line, &record)) {
+      return std::nullopt;
+    }
+  }
+  return std::nullopt;
+}
+
+bool StoreGroundRecord(const GroundRecord& record, std::string* error) {
+  return WritePrivateFile(kGroundRecord, WriteGroundText(record), error);
+}
+
+bool GroundRecordExists() {
+  struct stat status = {};
+  return lstat(kGroundRecord, &status) == 0;
+}
+
+std::optional<GroundRecord> LoadGroundRecord() {
+  char* contents = nullptr;
+  gsize size = 0;
+  if (g_file_get_contents(kGroundRecord, &contents, &size, nullptr) == FALSE) {
+    return std::nullopt;
+  }
+  const GCharPtr owner(contents);
+  return ReadGroundText(std::string(contents, size));
+}
+
+bool RemoveGroundRecord(std::string* error) {
+  if (!SecureRemoveFile(kGroundRecord, error)) {
+    return false;
+  }
+  // systemd may have made the folder for us, and then keeps it.
+  static_cast<void>(rmdir(kGroundDirectory));
+  return true;
+}
+
+}  // namespace quorvex::linux_service

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What stood on the machine before an engine was started, kept in a root-only file as long as the
+// engine may have left something. Its text holds no secrets.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runtime/engine_catalogue.h"
+
+namespace quorvex::linux_service {
+
+struct GroundRecord {
+  EngineKind engine = EngineKind::kUnsupported;
+  // Descriptions of routing rules and of main-table routes (see routing_rules.h, main_routes.h).
+  std::vector<std::string> rules;
+  std::vector<std::string> routes;
+  // The servers' addresses, 4 or 16 bytes each in network order.
+  std::vector<std::string> servers;
+};
+
+// The record as lines of text, the last of which says that it is whole; and back. Nothing when the
+// text is not whole: then the service ended before it started an engine.
+[[nodiscard]] std::string WriteGroundText(const GroundRecord& record);
+[[nodiscard]] std::optional<GroundRecord> ReadGroundText(const std::string& text);
+
+// Stores the record for a later process; on failure `error` (not null) says why.
+[[nodiscard]] bool StoreGroundRecord(const GroundRecord& record, std::string* error);
+// Whether there is a record, whole or not.
+[[nodiscard]] bool GroundRecordExists();
+// Nothing when there is none or it is not whole.
+[[nodiscard]] std::optional<GroundRecord> LoadGroundRecord();
+// Removes the record and, where it may, its folder. Success when there is none.
+[[nodiscard]] bool RemoveGroundRecord(std::string* error);
+
+}  // namespace quorvex::linux_service

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What each engine adds to the machine and takes back when it ends by itself, and what therefore
+// stays when it is killed.
+#pragma once
+
+#include <string>
+
+#include "runtime/ground_record.h"
+
+namespace quorvex::linux_service {
+
+// Notes, of what an engine of the record's kind adds, what stands before it. On failure `error`
+// (not null) says why.
+[[nodiscard]] bool NoteWhatStands(GroundRecord* record, std::string* error);
+
+// Removes what the record's engine left and puts back what it took away, as far as the record or a
+// name that is ours alone shows it to be ours. To be called when the engine and its interface are
+// gone. False, with a reason in `error` (not null), when something could not be removed;
+// the rest has been.
+[[nodiscard]] bool RemoveLeftovers(const GroundRecord& record, std::string* error);
+
+}  // namespace quorvex::linux_service

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "runtime/orphans.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/command_runner.h"
+#include "runtime/constants.h"
+#include "runtime/process_table.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+using std::chrono::milliseconds;
+
+// An engine needs up to this long to take its routes back.
+constexpr milliseconds kEngineTimeout{8000};
+constexpr milliseconds kServerTimeout{1000};
+
+// Ending `timeout` may set the tool free that it watched, so the search goes on until it finds
+// nothing.
+constexpr int kRounds = 3;
+
+struct EngineProcess {
+  const char* program;
+  const char* configuration;
+};
+
+constexpr std::array kEngineProcesses = {
+    EngineProcess{kSingBoxBinary, kSingBoxConfig},
+    EngineProcess{kXrayBinary, kXrayConfig},
+    EngineProcess{kOpenVpnBinary, kOpenVpnConfig},
+};
+
+bool IsOurEngine(const RunningProcess& process) {
+  return std::ranges::any_of(kEngineProcesses, [&process](const EngineProcess& engine) {
+    return RunsProgram(process, engine.program) && HasArgument(process, engine.configuration);
+  });
+}
+
+// wg-quick is a script: its program is the shell.
+bool IsOurQuick(const RunningProcess& process) {
+  return HasArgument(process, kWireGuardConfig) &&
+         (HasArgument(process, kWireGuardQuick) || HasArgument(process, kAmneziaWgQuick));
+}
+
+// A tool as the command runner starts it.
+bool IsOurCommand(const RunningProcess& process) {
+  constexpr std::array kTools = {kWireGuardQuick, kAmneziaWgQuick, kSingBoxBinary, kDnsHelper,
+                                 kNftBinary};
+  constexpr std::size_t kTool = kStatusPrefix.size();
+  return RunsProgram(process, kTimeoutBinary) && process.arguments.size() > kTool &&
+         std::equal(kStatusPrefix.begin(), kStatusPrefix.end(), process.arguments.begin()) &&
+         std::ranges::find(kTools, std::string_view(process.arguments[kTool])) != kTools.end();
+}
+
+bool IsOrphan(const RunningProcess& process) {
+  return IsOurEngine(process) || IsOurQuick(process) || IsOurCommand(process);
+}
+
+// `wireguard-go INTERFACE`: nobody else's can serve an interface of this name in this network.
+bool ServesWireGuard(const RunningProcess& process) {
+  constexpr std::string_view kServer = "/wireguard-go";
+  const std::string_view program = process.program;
+  return process.arguments.size() == 2 && process.arguments[1] == kWireGuardInterface &&
+         (program.ends_with(kServer) || RunsProgram(process, kAmneziaWgEngine));
+}
+
+void Tell(const std::vector<RunningProcess>& processes) {
+  for (const RunningProcess& process : processes) {
+    g_log(nullptr, G_LOG_LEVEL_MESSAGE, "Ending a leftover process: %d, %s", process.pid,
+          process.program.c_str());
+  }
+}
+
+void End(const std::vector<RunningProcess>& processes, milliseconds patience) {
+  Tell(processes);
+  if (!EndProcesses(processes, patience)) {
+    g_log(nullptr, G_LOG_LEVEL_WARNING, "A leftover process cannot be ended.");
+  }
+}
+
+}  // namespace
+
+void EndOrphans() {
+  for (int round = 0; round < kRounds; ++round) {
+    const std::vector<RunningProcess> orphans = FindProcesses(IsOrphan);
+    if (orphans.empty()) {
+      return;
+    }
+    End(orphans, kEngineTimeout);
+  }
+}
+
+void EndWireGuardServers() {
+  const std::vector<RunningProcess> servers = FindProcesses(ServesWireGuard);
+  if (!AwaitEnd(servers, kServerTimeout)) {
+    End(servers, kServerTimeout);
+  }
+}
+
+}  // namespace quorvex::linux_service
