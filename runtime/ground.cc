@@ -99,12 +99,9 @@ bool PrepareGround(EngineKind engine, const std::string& rawConfig,
 }
 
 void ClearGround() {
-  if (!GroundRecordExists()) {
-    return;
-  }
   std::string error;
   const std::optional<GroundRecord> record = LoadGroundRecord();
-  // A record that is not whole: the service ended before it started the engine.
+  // Without a record, or with half of one, no engine was started.
   const Cleared cleared = record ? Clear(*record, &error) : Cleared::kYes;
   const bool removed = cleared != Cleared::kYes || RemoveGroundRecord(&error);
   if (cleared == Cleared::kFailed || !removed) {

@@ -90,6 +90,11 @@ bool ReadLine(std::string_view line, GroundRecord* record) {
   return true;
 }
 
+bool GroundRecordExists() {
+  struct stat status = {};
+  return lstat(kGroundRecord, &status) == 0;
+}
+
 }  // namespace
 
 std::string WriteGroundText(const GroundRecord& record) {
@@ -120,11 +125,6 @@ bool StoreGroundRecord(const GroundRecord& record, std::string* error) {
   return WritePrivateFile(kGroundRecord, WriteGroundText(record), error);
 }
 
-bool GroundRecordExists() {
-  struct stat status = {};
-  return lstat(kGroundRecord, &status) == 0;
-}
-
 std::optional<GroundRecord> LoadGroundRecord() {
   char* contents = nullptr;
   gsize size = 0;
@@ -136,12 +136,10 @@ std::optional<GroundRecord> LoadGroundRecord() {
 }
 
 bool RemoveGroundRecord(std::string* error) {
-  if (!SecureRemoveFile(kGroundRecord, error)) {
-    return false;
-  }
+  const bool removed = !GroundRecordExists() || SecureRemoveFile(kGroundRecord, error);
   // systemd may have made the folder for us, and then keeps it.
   static_cast<void>(rmdir(kGroundDirectory));
-  return true;
+  return removed;
 }
 
 }  // namespace quorvex::linux_service

@@ -28,8 +28,6 @@ struct GroundRecord {
 
 // Stores the record for a later process; on failure `error` (not null) says why.
 [[nodiscard]] bool StoreGroundRecord(const GroundRecord& record, std::string* error);
-// Whether there is a record, whole or not.
-[[nodiscard]] bool GroundRecordExists();
 // Nothing when there is none or it is not whole.
 [[nodiscard]] std::optional<GroundRecord> LoadGroundRecord();
 // Removes the record and, where it may, its folder. Success when there is none.

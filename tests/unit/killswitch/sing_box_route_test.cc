@@ -6,21 +6,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/unit/runtime/private_world.h"
+#include "tests/unit/runtime/kernel_world.h"
 
 namespace quorvex::linux_service {
 namespace {
 
+using test::Output;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr char kOurs[] = "9100:\tnot from all fwmark 0x2024 lookup 2022";
-
-std::string Output(const std::string& command) {
-  test::Shell(command + " > /run/output");
-  return test::ReadFile("/run/output");
-}
 
 class TheWayIntoSingBox : public test::PrivateWorld {
  protected:

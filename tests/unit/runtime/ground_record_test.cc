@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The record of what stood before an engine: its text, its file, and what half of it is worth.
+#include "runtime/ground_record.h"
+
+#include <gtest/gtest.h>
+
+#include "runtime/constants.h"
+#include "tests/unit/runtime/private_world.h"
+
+namespace quorvex::linux_service {
+namespace {
+
+using namespace std::string_literals;
+
+GroundRecord Sample() {
+  return {EngineKind::kOpenVpn, {"\x02\x00\xff"s, "rule"}, {"\n "s}, {"\xc6\x33\x64\x08"s}};
+}
+
+void ExpectSample(const std::optional<GroundRecord>& read) {
+  ASSERT_TRUE(read.has_value());
+  EXPECT_EQ(read->engine, Sample().engine);
+  EXPECT_EQ(read->rules, Sample().rules);
+  EXPECT_EQ(read->routes, Sample().routes);
+  EXPECT_EQ(read->servers, Sample().servers);
+}
+
+TEST(AGroundText, IsReadableLines) {
+  EXPECT_EQ(WriteGroundText(Sample()),
+            "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\nserver c6336408\nwhole\n");
+}
+
+TEST(AGroundText, ReadsBackAsItWasWritten) {
+  ExpectSample(ReadGroundText(WriteGroundText(Sample())));
+}
+
+TEST(AGroundText, ThatIsCutAnywhereIsNone) {
+  const std::string whole = WriteGroundText(Sample());
+  // The last line's own end carries nothing.
+  for (std::size_t length = 0; length < whole.size() - 1; ++length) {
+    EXPECT_FALSE(ReadGroundText(whole.substr(0, length)).has_value()) << length;
+  }
+}
+
+TEST(AGroundText, OfZerosIsNone) {
+  EXPECT_FALSE(ReadGroundText(std::string(100, '\0')).has_value());
+}
+
+TEST(AGroundText, WithAnotherWordOrOddDigitsIsNone) {
+  for (const char* text : {"engine 1\nroute 0\nwhole\n", "engine 1\nroute 0g\nwhole\n",
+                           "engine one\nwhole\n", "table 00\nwhole\n", "rule\nwhole\n",
+                           "engine 1 \nwhole\n", "engine -1\nwhole\n", "rule +1\nwhole\n"}) {
+    EXPECT_FALSE(ReadGroundText(text).has_value()) << text;
+  }
+}
+
+class AGroundRecord : public test::PrivateWorld {
+ protected:
+  void TearDown() override {
+    std::string error;
+    EXPECT_TRUE(RemoveGroundRecord(&error)) << error;
+    EXPECT_FALSE(test::Exists(kGroundDirectory));
+    PrivateWorld::TearDown();
+  }
+};
+
+TEST_F(AGroundRecord, IsAFileForRootAlone) {
+  std::string error;
+  ASSERT_TRUE(StoreGroundRecord(Sample(), &error)) << error;
+  EXPECT_EQ(test::ModeOf(kGroundDirectory), 0700U);
+  EXPECT_EQ(test::ModeOf(kGroundRecord), 0600U);
+  ExpectSample(LoadGroundRecord());
+}
+
+TEST_F(AGroundRecord, ThatIsNotThereIsNone) {
+  EXPECT_FALSE(LoadGroundRecord().has_value());
+}
+
+TEST_F(AGroundRecord, IsRemovedWithItsFolder) {
+  std::string error;
+  ASSERT_TRUE(StoreGroundRecord(Sample(), &error)) << error;
+  EXPECT_TRUE(RemoveGroundRecord(&error)) << error;
+  EXPECT_FALSE(test::Exists(kGroundDirectory));
+}
+
+TEST_F(AGroundRecord, LeavesAFolderThatHoldsMore) {
+  std::string error;
+  ASSERT_TRUE(StoreGroundRecord(Sample(), &error)) << error;
+  const std::string other = std::string(kGroundDirectory) + "/other";
+  test::WriteFile(other, "");
+  EXPECT_TRUE(RemoveGroundRecord(&error)) << error;
+  EXPECT_TRUE(test::Exists(other));
+  test::Shell("rm " + other);
+}
+
+TEST_F(AGroundRecord, ThatWasNeverWrittenCostsItsFolderToo) {
+  test::Shell(std::string("mkdir ") + kGroundDirectory);
+  std::string error;
+  EXPECT_TRUE(RemoveGroundRecord(&error)) << error;
+  EXPECT_FALSE(test::Exists(kGroundDirectory));
+}
+
+TEST_F(AGroundRecord, ThatCannotBeRemovedSaysWhy) {
+  test::Shell(std::string("mkdir -p ") + kGroundRecord);
+  std::string error;
+  EXPECT_FALSE(RemoveGroundRecord(&error));
+  EXPECT_EQ(error, "Unable to open private runtime data for removal: Is a directory");
+  test::Shell(std::string("rmdir ") + kGroundRecord);
+}
+
+}  // namespace
+}  // namespace quorvex::linux_service
