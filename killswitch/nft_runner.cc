@@ -21,8 +21,8 @@ bool Fail(const char* sentence, std::string* error) {
 }
 
 std::vector<const char*> CommandLine(const std::vector<std::string>& arguments) {
-  std::vector<const char*> argv = {kTimeoutBinary, "--signal=TERM", "--kill-after=1s", "5s",
-                                   kNftBinary};
+  std::vector<const char*> argv(kNftPrefix.begin(), kNftPrefix.end());
+  argv.push_back(kNftBinary);
   for (const std::string& argument : arguments) {
     argv.push_back(argument.c_str());
   }

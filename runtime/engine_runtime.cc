@@ -69,6 +69,7 @@ bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
                            ? StartWireGuard(rawConfig, cancelled, error)
                            : StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
   if (started) {
+    NoteTunnel();
     OpenWayIntoTunnel(engine, rawConfig, LocalNetworks::kOutside);
   } else {
     ClearGround();

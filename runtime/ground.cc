@@ -53,6 +53,10 @@ bool RemoveInterface(EngineKind engine, std::string* error) {
   if (engine != EngineKind::kWireGuard) {
     return DeleteLink(name, kTunDevices, error);
   }
+  // Without its configuration nobody can tell whether it is still ours.
+  if (TunnelInterfaceExists(engine) && g_file_test(kWireGuardConfig, G_FILE_TEST_EXISTS) == FALSE) {
+    return true;
+  }
   EndWireGuardServers();
   return DeleteLink(name, kKernelTunnels, error);
 }
@@ -96,6 +100,15 @@ bool PrepareGround(EngineKind engine, const std::string& rawConfig,
   record.engine = engine;
   KeepServers(rawConfig, servers, &record);
   return NoteWhatStands(&record, error) && StoreGroundRecord(record, error);
+}
+
+void NoteTunnel() {
+  std::string error = "there is no record";
+  std::optional<GroundRecord> record = LoadGroundRecord();
+  if (!record || !NoteWhatChanged(&*record, &error) || !StoreGroundRecord(*record, &error)) {
+    g_log(nullptr, G_LOG_LEVEL_WARNING, "What the tunnel changed could not be recorded: %s",
+          error.c_str());
+  }
 }
 
 void ClearGround() {

@@ -21,6 +21,9 @@ namespace quorvex::linux_service {
 [[nodiscard]] bool PrepareGround(EngineKind engine, const std::string& rawConfig,
                                  const std::vector<NamedServer>& servers, std::string* error);
 
+// When the tunnel is up: records what the engine has changed. What cannot be recorded is logged.
+void NoteTunnel();
+
 // After an engine of this or of an earlier run of the service has ended: removes what it left and
 // the record. Does nothing without a record. What cannot be removed is logged; the record then
 // stays for the next try.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <sstream>
@@ -18,10 +19,22 @@ namespace quorvex::linux_service {
 namespace {
 
 constexpr std::string_view kEngineWord = "engine";
-constexpr std::string_view kRuleWord = "rule";
-constexpr std::string_view kRouteWord = "route";
-constexpr std::string_view kServerWord = "server";
+constexpr std::string_view kUpLine = "up";
 constexpr std::string_view kLastLine = "whole";
+
+struct List {
+  std::string_view word;
+  std::vector<std::string> GroundRecord::*entries;
+};
+
+constexpr std::array kLists = {
+    List{"rule", &GroundRecord::rules},
+    List{"route", &GroundRecord::routes},
+    List{"server", &GroundRecord::servers},
+    List{"added-rule", &GroundRecord::addedRules},
+    List{"added-route", &GroundRecord::addedRoutes},
+    List{"taken-route", &GroundRecord::takenRoutes},
+};
 
 std::string ToHexadecimal(const std::string& bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
@@ -61,17 +74,11 @@ bool ReadEngine(std::string_view text, EngineKind* engine) {
   return failure == std::errc() && rest == text.data() + text.size();
 }
 
-std::vector<std::string>* ListFor(std::string_view word, GroundRecord* record) {
-  if (word == kRuleWord) {
-    return &record->rules;
-  }
-  if (word == kRouteWord) {
-    return &record->routes;
-  }
-  return word == kServerWord ? &record->servers : nullptr;
-}
-
 bool ReadLine(std::string_view line, GroundRecord* record) {
+  if (line == kUpLine) {
+    record->isUp = true;
+    return true;
+  }
   const std::size_t blank = line.find(' ');
   if (blank == std::string_view::npos) {
     return false;
@@ -81,12 +88,12 @@ bool ReadLine(std::string_view line, GroundRecord* record) {
   if (word == kEngineWord) {
     return ReadEngine(value, &record->engine);
   }
-  std::vector<std::string>* list = ListFor(word, record);
+  const auto* list = std::ranges::find(kLists, word, &List::word);
   std::optional<std::string> bytes = FromHexadecimal(value);
-  if (list == nullptr || !bytes) {
+  if (list == kLists.end() || !bytes) {
     return false;
   }
-  list->push_back(std::move(*bytes));
+  (record->*(list->entries)).push_back(std::move(*bytes));
   return true;
 }
 
@@ -100,9 +107,12 @@ bool GroundRecordExists() {
 std::string WriteGroundText(const GroundRecord& record) {
   std::string text(kEngineWord);
   text.append(" ").append(std::to_string(static_cast<std::uint32_t>(record.engine))).append("\n");
-  AppendLines(kRuleWord, record.rules, &text);
-  AppendLines(kRouteWord, record.routes, &text);
-  AppendLines(kServerWord, record.servers, &text);
+  for (const List& list : kLists) {
+    AppendLines(list.word, record.*(list.entries), &text);
+  }
+  if (record.isUp) {
+    text.append(kUpLine).append("\n");
+  }
   return text.append(kLastLine).append("\n");
 }
 

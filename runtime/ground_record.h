@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What stood on the machine before an engine was started, kept in a root-only file as long as the
-// engine may have left something. Its text holds no secrets.
+// What stood on the machine before an engine was started, and what had changed when its tunnel was
+// up; kept in a root-only file as long as the engine may have left something. Its text holds no
+// secrets.
 #pragma once
 
 #include <optional>
@@ -19,6 +20,11 @@ struct GroundRecord {
   std::vector<std::string> routes;
   // The servers' addresses, 4 or 16 bytes each in network order.
   std::vector<std::string> servers;
+  // Whether the tunnel came up. Only then the rest is known.
+  bool isUp = false;
+  std::vector<std::string> addedRules;
+  std::vector<std::string> addedRoutes;
+  std::vector<std::string> takenRoutes;
 };
 
 // The record as lines of text, the last of which says that it is whole; and back. Nothing when the

@@ -11,7 +11,6 @@
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kCannotReach[] = "Unable to reach the kernel's routes";
 constexpr char kCannotList[] = "Unable to list the routes";
 constexpr char kCannotRemove[] = "Unable to remove a route";
 constexpr char kCannotRestore[] = "Unable to put a route back";
@@ -37,8 +36,10 @@ int ReadAttribute(const nlattr* attribute, void* data) {
     route->destination = Bytes(attribute);
   } else if (type == RTA_OIF) {
     route->device = mnl_attr_get_u32(attribute);
+  } else if (type == RTA_PRIORITY) {
+    route->metric = mnl_attr_get_u32(attribute);
   } else if (type == RTA_GATEWAY || type == RTA_VIA) {
-    route->hasGateway = true;
+    route->gateway = Bytes(attribute);
   }
   route->description.append(reinterpret_cast<const char*>(attribute),
                             MNL_ALIGN(attribute->nla_len));
@@ -55,10 +56,11 @@ bool ReadMessage(const nlmsghdr* message, KernelRoute* route) {
   route->family = header.rtm_family;
   route->protocol = header.rtm_protocol;
   route->prefixLength = header.rtm_dst_len;
+  route->type = header.rtm_type;
+  const bool isOfATable = (header.rtm_flags & RTM_F_CLONED) == 0;
   header.rtm_flags &= kLastingFlags;
   route->description.assign(reinterpret_cast<const char*>(&header), sizeof(header));
-  const bool isUnicast = header.rtm_type == RTN_UNICAST && (header.rtm_flags & RTM_F_CLONED) == 0;
-  return mnl_attr_parse(message, sizeof(header), ReadAttribute, route) >= 0 && isUnicast;
+  return mnl_attr_parse(message, sizeof(header), ReadAttribute, route) >= 0 && isOfATable;
 }
 
 int KeepRoute(const nlmsghdr* message, void* data) {
@@ -94,15 +96,11 @@ int Change(std::uint16_t type, std::uint16_t flags, const KernelRoute& route) {
 }  // namespace
 
 bool ListRoutes(std::vector<KernelRoute>* routes, std::string* error) {
-  const NetlinkSocketPtr socket = OpenNetlink(NETLINK_ROUTE);
-  if (socket == nullptr) {
-    return FailWithCode(kCannotReach, errno, error);
-  }
   NetlinkBuffer buffer;
   const rtmsg header = {};
   const nlmsghdr* request =
       PutNetlinkMessage(&buffer, RTM_GETROUTE, NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
-  const int code = ListFromKernel(socket.get(), request, KeepRoute, routes, Restart);
+  const int code = ListFromKernel(NETLINK_ROUTE, request, KeepRoute, routes, Restart);
   return code == 0 || FailWithCode(kCannotList, code, error);
 }
 

@@ -16,12 +16,16 @@ struct KernelRoute {
   // RTPROT_...: how it came to be. Tools that name nothing make RTPROT_BOOT.
   std::uint8_t protocol = 0;
   std::uint8_t prefixLength = 0;
+  // RTN_UNICAST, or what else becomes of the packets.
+  std::uint8_t type = 0;
   // RT_TABLE_MAIN, or a number that somebody chose.
   std::uint32_t table = 0;
   // The destination's 4 or 16 bytes; empty for a default route.
   std::string destination;
-  // Whether it leads through a gateway.
-  bool hasGateway = false;
+  // 0 when it has none.
+  std::uint32_t metric = 0;
+  // The gateway's bytes; empty when it leads through none.
+  std::string gateway;
   // The interface's index; 0 when there are several or none.
   std::uint32_t device = 0;
   // The kernel's own description, which names this route and no other. The same for one route as
@@ -29,7 +33,7 @@ struct KernelRoute {
   std::string description;
 };
 
-// All unicast routes of all tables, both families. On failure `error` (not null) says why.
+// All routes of all tables, both families. On failure `error` (not null) says why.
 [[nodiscard]] bool ListRoutes(std::vector<KernelRoute>* routes, std::string* error);
 
 // Reads a description from ListRoutes back; false when it is none.

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "runtime/leftovers.h"
 
-#include <glib.h>
+#include <linux/fib_rules.h>
 #include <linux/netfilter.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -46,8 +47,8 @@ constexpr std::array kWireGuardTables = {TableName{NFPROTO_IPV4, "wg-quick-quorv
 constexpr std::array kWireGuardSockets = {"/run/wireguard/quorvexvpn.sock",
                                           "/run/amneziawg/quorvexvpn.sock"};
 
-// What is on the machine now and the record does not know.
-struct Fresh {
+// What is on the machine.
+struct Kernel {
   Rules rules;
   Routes routes;
 };
@@ -57,36 +58,62 @@ struct Leaves {
   EngineKind engine;
   std::span<const TableName> tables;
   std::span<const char* const> sockets;
-  // Of the rules that were not there before, those that are the engine's.
-  Rules (*rules)(const Fresh& fresh);
-  // Host routes to its servers, past the tunnel; and the default route that it took away.
+  // Of the rules that were not there before, those that look like the engine's. `tunnel` is its
+  // interface, 0 when that is gone.
+  Rules (*rules)(const Kernel& fresh, std::uint32_t tunnel);
+  // Routes past the tunnel; and the default routes that it took away.
   bool routes;
 };
 
-// The engine's own routes went with its interface: a table with routes in it serves somebody else.
-bool IsInUse(std::uint32_t table, const Routes& routes) {
-  return std::ranges::find(routes, table, &KernelRoute::table) != routes.end();
+// Whether somebody else has routes in the table.
+bool IsInUse(std::uint32_t table, const Kernel& kernel, std::uint32_t tunnel) {
+  return std::ranges::any_of(kernel.routes, [table, tunnel](const KernelRoute& route) {
+    return route.table == table && (tunnel == 0 || route.device != tunnel);
+  });
 }
 
-Rules SingBoxRules(const Fresh& fresh) {
+bool IsInSingBoxRange(const RoutingRule& rule) {
+  return rule.priority >= kSingBoxFirstRule && rule.priority <= kSingBoxLastRule;
+}
+
+bool LooksUpAnotherTable(const RoutingRule& rule) {
+  return rule.action == FR_ACT_TO_TBL && rule.table != kSingBoxTable;
+}
+
+// A sing-box clears the whole range when it starts, so all of it belongs to one.
+Rules SingBoxRules(const Kernel& fresh, std::uint32_t tunnel) {
   Rules ours;
-  if (!IsInUse(kSingBoxTable, fresh.routes)) {
-    std::ranges::copy_if(fresh.rules, std::back_inserter(ours), [](const RoutingRule& rule) {
-      const bool leads = rule.priority >= kSingBoxFirstRule && rule.priority <= kSingBoxLastRule;
-      return leads || (rule.priority == kSingBoxFallbackRule && rule.table == kSingBoxTable);
-    });
+  if (IsInUse(kSingBoxTable, fresh, tunnel)) {
+    return ours;
   }
+  const bool isOurRange = std::ranges::none_of(fresh.rules, [](const RoutingRule& rule) {
+    return IsInSingBoxRange(rule) && LooksUpAnotherTable(rule);
+  });
+  std::ranges::copy_if(fresh.rules, std::back_inserter(ours),
+                       [isOurRange](const RoutingRule& rule) {
+                         const bool isFallback =
+                             rule.priority == kSingBoxFallbackRule && rule.table == kSingBoxTable;
+                         return isFallback || (isOurRange && IsInSingBoxRange(rule));
+                       });
   return ours;
+}
+
+// As `ip rule` makes them: older ones name no maker, newer ones the boot.
+bool IsMadeByIp(const RoutingRule& rule) {
+  return rule.plain && rule.action == FR_ACT_TO_TBL &&
+         (rule.maker == RTPROT_UNSPEC || rule.maker == RTPROT_BOOT);
 }
 
 // "not fwmark N lookup N": everything but the tunnel's own packets goes by its table.
 bool IsQuickRule(const RoutingRule& rule) {
-  return rule.inverted && rule.mark != 0 && rule.mark == rule.table;
+  return IsMadeByIp(rule) && rule.inverted && rule.mark != 0 && rule.mark == rule.table &&
+         rule.suppressed == UINT32_MAX;
 }
 
 // "lookup main suppress_prefixlength 0": but first by the main table without its default route.
 bool IsQuickCompanion(const RoutingRule& rule) {
-  return !rule.inverted && rule.mark == 0 && rule.table == RT_TABLE_MAIN && rule.suppressed == 0;
+  return IsMadeByIp(rule) && !rule.inverted && rule.mark == 0 && rule.table == RT_TABLE_MAIN &&
+         rule.suppressed == 0;
 }
 
 // wg-quick adds the companion right after its rule, and the kernel puts it one before. A companion
@@ -97,12 +124,12 @@ bool BelongsTo(const RoutingRule& companion, const Rules& rules) {
   });
 }
 
-Rules WireGuardRules(const Fresh& fresh) {
+Rules WireGuardRules(const Kernel& fresh, std::uint32_t tunnel) {
   Rules ours;
   Rules foreign;
   for (const RoutingRule& rule : fresh.rules) {
     if (IsQuickRule(rule)) {
-      (IsInUse(rule.table, fresh.routes) ? foreign : ours).push_back(rule);
+      (IsInUse(rule.table, fresh, tunnel) ? foreign : ours).push_back(rule);
     }
   }
   for (const RoutingRule& rule : fresh.rules) {
@@ -125,33 +152,145 @@ const Leaves* LeavesOf(EngineKind engine) {
   return leaves == kLeaves.end() ? nullptr : leaves;
 }
 
+bool IsIn(const std::vector<std::string>& descriptions, const std::string& description) {
+  return std::ranges::find(descriptions, description) != descriptions.end();
+}
+
 template <typename Entry>
-bool IsIn(const std::vector<std::string>& descriptions, const Entry& entry) {
-  return std::ranges::find(descriptions, entry.description) != descriptions.end();
-}
-
-bool ListFresh(const GroundRecord& record, Fresh* fresh, std::string* error) {
-  const auto isKnown = [&record](const RoutingRule& rule) { return IsIn(record.rules, rule); };
-  if (!ListRoutingRules(&fresh->rules, error) || !ListRoutes(&fresh->routes, error)) {
-    return false;
+void KeepDescriptions(const std::vector<Entry>& entries, std::vector<std::string>* descriptions) {
+  for (const Entry& entry : entries) {
+    descriptions->push_back(entry.description);
   }
-  std::erase_if(fresh->rules, isKnown);
-  return true;
 }
 
-bool RemoveRules(const Leaves& leaves, const GroundRecord& record, std::string* error) {
-  Fresh fresh;
+// Only what an engine of this kind may leave. A table's routes tell whose the rules to it are.
+bool ListKernel(const Leaves& leaves, Kernel* kernel, std::string* error) {
+  return (leaves.rules == nullptr || ListRoutingRules(&kernel->rules, error)) &&
+         ((leaves.rules == nullptr && !leaves.routes) || ListRoutes(&kernel->routes, error));
+}
+
+Rules EnginesRules(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel) {
   if (leaves.rules == nullptr) {
-    return true;
+    return {};
   }
-  if (!ListFresh(record, &fresh, error)) {
-    return false;
+  Kernel fresh = kernel;
+  std::erase_if(fresh.rules, [&record](const RoutingRule& rule) {
+    return IsIn(record.rules, rule.description);
+  });
+  return leaves.rules(fresh, if_nametoindex(TunnelInterfaceFor(record.engine)));
+}
+
+bool IsMain(const KernelRoute& route) {
+  return route.table == RT_TABLE_MAIN && route.type == RTN_UNICAST;
+}
+
+bool IsDefault(const KernelRoute& route) {
+  return IsMain(route) && route.family == AF_INET && route.prefixLength == 0;
+}
+
+// Host routes to its servers, and what a server or the profile wanted beside the tunnel.
+bool IsPastTunnel(const KernelRoute& route, const GroundRecord& record) {
+  return IsMain(route) && route.protocol == RTPROT_BOOT && !route.gateway.empty() &&
+         route.prefixLength > 0 &&
+         route.device != if_nametoindex(TunnelInterfaceFor(record.engine)) &&
+         !IsIn(record.routes, route.description);
+}
+
+// What the kernel makes of "no metric".
+bool HasNoMetric(const KernelRoute& route) {
+  constexpr std::uint32_t kUnsetIpv6Metric = 1024;
+  return route.metric == (route.family == AF_INET6 ? kUnsetIpv6Metric : 0);
+}
+
+// OpenVPN takes the default route's gateway, and no metric. It goes on to its next server by
+// itself, so such a route may come at any time.
+bool LeadsToServer(const KernelRoute& route, const GroundRecord& record) {
+  constexpr std::size_t kBitsPerByte = 8;
+  return IsPastTunnel(route, record) && HasNoMetric(route) &&
+         route.prefixLength == route.destination.size() * kBitsPerByte &&
+         IsIn(record.servers, route.destination) &&
+         std::ranges::any_of(record.routes, [&route](const std::string& description) {
+           KernelRoute original;
+           return ReadRoute(description, &original) && original.prefixLength == 0 &&
+                  original.gateway == route.gateway;
+         });
+}
+
+Routes EnginesRoutes(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel) {
+  Routes ours;
+  if (leaves.routes) {
+    std::ranges::copy_if(
+        kernel.routes, std::back_inserter(ours),
+        [&record](const KernelRoute& route) { return IsPastTunnel(route, record); });
   }
+  return ours;
+}
+
+// A server may tell OpenVPN to put its own default route in the place of the machine's.
+std::vector<std::string> MissingDefaults(const GroundRecord& record, const Kernel& kernel) {
+  std::vector<std::string> missing;
+  for (const std::string& description : record.routes) {
+    KernelRoute route;
+    if (ReadRoute(description, &route) && IsDefault(route) &&
+        std::ranges::find(kernel.routes, description, &KernelRoute::description) ==
+            kernel.routes.end()) {
+      missing.push_back(description);
+    }
+  }
+  return missing;
+}
+
+bool RemoveRules(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel,
+                 std::string* error) {
   bool removed = true;
-  for (const RoutingRule& rule : leaves.rules(fresh)) {
-    removed = DeleteRoutingRule(rule, error) && removed;
+  const Rules candidates = record.isUp ? kernel.rules : EnginesRules(leaves, record, kernel);
+  for (const RoutingRule& rule : candidates) {
+    if (!record.isUp || IsIn(record.addedRules, rule.description)) {
+      removed = DeleteRoutingRule(rule, error) && removed;
+    }
   }
   return removed;
+}
+
+bool RemoveRoutes(const GroundRecord& record, const Kernel& kernel, std::string* error) {
+  bool removed = true;
+  for (const KernelRoute& route : kernel.routes) {
+    if (IsIn(record.addedRoutes, route.description) || LeadsToServer(route, record)) {
+      removed = DeleteRoute(route, error) && removed;
+    }
+  }
+  return removed;
+}
+
+// When it ends in good order, OpenVPN puts the default route back by itself, but bare: without
+// metric, source and maker, which would not be the machine's route any more.
+bool IsBareCopy(const KernelRoute& route, const KernelRoute& original, const GroundRecord& record) {
+  return IsDefault(route) && route.protocol == RTPROT_BOOT && route.gateway == original.gateway &&
+         route.device == original.device && !IsIn(record.routes, route.description);
+}
+
+bool Restore(const KernelRoute& original, const GroundRecord& record, const Kernel& kernel,
+             std::string* error) {
+  if (!RestoreRoute(original, error)) {
+    return false;
+  }
+  return std::ranges::all_of(kernel.routes, [&](const KernelRoute& route) {
+    return !IsBareCopy(route, original, record) || DeleteRoute(route, error);
+  });
+}
+
+// If the tunnel was not up, a default route counts as taken when the machine has none at all.
+bool RestoreRoutes(const GroundRecord& record, const Kernel& kernel, std::string* error) {
+  std::vector<std::string> taken = record.takenRoutes;
+  if (!record.isUp && std::ranges::none_of(kernel.routes, IsDefault)) {
+    taken = MissingDefaults(record, kernel);
+  }
+  bool restored = true;
+  for (const std::string& description : taken) {
+    KernelRoute route;
+    restored = ReadRoute(description, &route) && Restore(route, record, kernel, error) && restored;
+  }
+  return restored;
 }
 
 bool IsOurs(const NftTable& table, std::span<const TableName> names) {
@@ -186,88 +325,57 @@ void RemoveSockets(const Leaves& leaves) {
   }
 }
 
-bool IsDefault(const KernelRoute& route) {
-  return route.family == AF_INET && route.table == RT_TABLE_MAIN && route.prefixLength == 0;
-}
-
-// What OpenVPN adds to reach its server past the tunnel.
-bool LeadsToServer(const KernelRoute& route, const GroundRecord& record) {
-  constexpr std::size_t kBitsPerByte = 8;
-  return route.table == RT_TABLE_MAIN && route.protocol == RTPROT_BOOT &&
-         !route.destination.empty() &&
-         route.prefixLength == route.destination.size() * kBitsPerByte &&
-         std::ranges::find(record.servers, route.destination) != record.servers.end() &&
-         !IsIn(record.routes, route);
-}
-
-// A server may have told OpenVPN to put its own default route in the place of the machine's.
-bool RestoreDefaults(const Routes& routes, const GroundRecord& record, std::string* error) {
-  if (std::ranges::any_of(routes, IsDefault)) {
-    return true;
-  }
-  bool restored = true;
-  for (const std::string& description : record.routes) {
-    KernelRoute route;
-    if (ReadRoute(description, &route) && IsDefault(route)) {
-      restored = RestoreRoute(route, error) && restored;
-    }
-  }
-  return restored;
-}
-
-bool RemoveRoutes(const Leaves& leaves, const GroundRecord& record, std::string* error) {
-  Routes routes;
-  if (!leaves.routes) {
-    return true;
-  }
-  if (!ListRoutes(&routes, error)) {
-    return false;
-  }
-  bool removed = true;
-  for (const KernelRoute& route : routes) {
-    removed = (!LeadsToServer(route, record) || DeleteRoute(route, error)) && removed;
-  }
-  return RestoreDefaults(routes, record, error) && removed;
-}
-
-template <typename Entry>
-void KeepDescriptions(const std::vector<Entry>& entries, std::vector<std::string>* descriptions) {
-  for (const Entry& entry : entries) {
-    descriptions->push_back(entry.description);
-  }
-}
-
 }  // namespace
 
 bool NoteWhatStands(GroundRecord* record, std::string* error) {
   const Leaves* leaves = LeavesOf(record->engine);
-  Rules rules;
-  Routes routes;
+  Kernel kernel;
   if (leaves == nullptr) {
     return true;
   }
-  if ((leaves->rules != nullptr && !ListRoutingRules(&rules, error)) ||
-      (leaves->routes && !ListRoutes(&routes, error))) {
+  if (!ListKernel(*leaves, &kernel, error)) {
     return false;
   }
-  std::erase_if(routes, [](const KernelRoute& route) { return route.table != RT_TABLE_MAIN; });
-  KeepDescriptions(rules, &record->rules);
-  KeepDescriptions(routes, &record->routes);
+  KeepDescriptions(kernel.rules, &record->rules);
+  if (leaves->routes) {
+    std::erase_if(kernel.routes, [](const KernelRoute& route) { return !IsMain(route); });
+    KeepDescriptions(kernel.routes, &record->routes);
+  }
+  return true;
+}
+
+bool NoteWhatChanged(GroundRecord* record, std::string* error) {
+  const Leaves* leaves = LeavesOf(record->engine);
+  Kernel kernel;
+  if (leaves == nullptr) {
+    return true;
+  }
+  if (!ListKernel(*leaves, &kernel, error)) {
+    return false;
+  }
+  KeepDescriptions(EnginesRules(*leaves, *record, kernel), &record->addedRules);
+  KeepDescriptions(EnginesRoutes(*leaves, *record, kernel), &record->addedRoutes);
+  record->takenRoutes = MissingDefaults(*record, kernel);
+  record->isUp = true;
   return true;
 }
 
 bool RemoveLeftovers(const GroundRecord& record, std::string* error) {
   const Leaves* leaves = LeavesOf(record.engine);
+  Kernel kernel;
   if (leaves == nullptr) {
     return true;
   }
   // The table first: as long as sing-box's stands, the machine's connections go to its dead port,
   // which any user may open.
   const bool tables = RemoveTables(*leaves, error);
-  const bool rules = RemoveRules(*leaves, record, error);
-  const bool routes = RemoveRoutes(*leaves, record, error);
   RemoveSockets(*leaves);
-  return tables && rules && routes;
+  if (!ListKernel(*leaves, &kernel, error)) {
+    return false;
+  }
+  const bool rules = RemoveRules(*leaves, record, kernel, error);
+  const bool routes = RemoveRoutes(record, kernel, error);
+  return RestoreRoutes(record, kernel, error) && tables && rules && routes;
 }
 
 }  // namespace quorvex::linux_service

@@ -14,10 +14,14 @@ namespace quorvex::linux_service {
 // (not null) says why.
 [[nodiscard]] bool NoteWhatStands(GroundRecord* record, std::string* error);
 
-// Removes what the record's engine left and puts back what it took away, as far as the record or a
-// name that is ours alone shows it to be ours. To be called when the engine and its interface are
-// gone. False, with a reason in `error` (not null), when something could not be removed;
-// the rest has been.
+// Notes, now that the tunnel is up, what the engine has added and taken away.
+[[nodiscard]] bool NoteWhatChanged(GroundRecord* record, std::string* error);
+
+// Removes what the record's engine left and puts back what it took away. If its tunnel was up, that
+// is what was noted then. If not, it is what has come since the beginning and looks like the
+// engine's. Both, and names that are ours alone, show it to be ours. To be called when the engine
+// and its interface are gone. False, with a reason in `error` (not null), when something could not
+// be removed; the rest has been.
 [[nodiscard]] bool RemoveLeftovers(const GroundRecord& record, std::string* error);
 
 }  // namespace quorvex::linux_service

@@ -52,12 +52,16 @@ int AskKernel(const mnl_socket* socket, const void* request, std::size_t size,
   return state == MNL_CB_STOP ? 0 : errno;
 }
 
-int ListFromKernel(const mnl_socket* socket, const nlmsghdr* request, mnl_cb_t callback, void* data,
+int ListFromKernel(int protocol, const nlmsghdr* request, mnl_cb_t callback, void* data,
                    void (*restart)(void* data)) {
   int code = EINTR;
   for (int attempt = 0; attempt < kListAttempts && code == EINTR; ++attempt) {
+    // Anew for each attempt: an interrupted list goes on being sent to the socket that asked.
+    const NetlinkSocketPtr socket = OpenNetlink(protocol);
     restart(data);
-    code = AskKernel(socket, request, request->nlmsg_len, request->nlmsg_seq, callback, data);
+    code = socket == nullptr ? errno
+                             : AskKernel(socket.get(), request, request->nlmsg_len,
+                                         request->nlmsg_seq, callback, data);
   }
   return code;
 }

@@ -35,10 +35,11 @@ struct NetlinkBuffer {
 [[nodiscard]] int AskKernel(const mnl_socket* socket, const void* request, std::size_t size,
                             std::uint32_t sequence, mnl_cb_t callback, void* data);
 
-// Sends a dump request and collects through `callback` anew, by way of `restart`, when the kernel
-// says that what it lists changed meanwhile. 0, or an errno.
-[[nodiscard]] int ListFromKernel(const mnl_socket* socket, const nlmsghdr* request,
-                                 mnl_cb_t callback, void* data, void (*restart)(void* data));
+// Sends a dump request on a socket of its own and hands each answer to `callback` with `data`. When
+// the kernel says that what it lists changed meanwhile, it begins anew, by way of `restart`. 0, or
+// an errno.
+[[nodiscard]] int ListFromKernel(int protocol, const nlmsghdr* request, mnl_cb_t callback,
+                                 void* data, void (*restart)(void* data));
 
 // "`what`: " and the system's words for `code`, into `error` (not null). Always false.
 bool FailWithCode(const char* what, int code, std::string* error);

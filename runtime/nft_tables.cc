@@ -33,7 +33,7 @@ nfgenmsg Header(std::uint8_t family, std::uint16_t resource) {
 
 // What the kernel answers when it has no nf_tables.
 bool IsMissingSubsystem(int code) {
-  return code == EINVAL || code == EOPNOTSUPP || code == EAFNOSUPPORT;
+  return code == EPROTONOSUPPORT || code == EINVAL || code == EOPNOTSUPP || code == EAFNOSUPPORT;
 }
 
 int ReadTableAttribute(const nlattr* attribute, void* data) {
@@ -139,23 +139,17 @@ using BatchPtr = std::unique_ptr<mnl_nlmsg_batch, ReleaseWith<mnl_nlmsg_batch_st
 }  // namespace
 
 bool ListNftTables(std::vector<NftTable>* tables, std::string* error) {
-  tables->clear();
-  const NetlinkSocketPtr socket = OpenNetlink(NETLINK_NETFILTER);
-  if (socket == nullptr) {
-    return errno == EPROTONOSUPPORT || FailWithCode(kCannotReach, errno, error);
-  }
   NetlinkBuffer buffer;
   const nfgenmsg header = Header(AF_UNSPEC, 0);
   const nlmsghdr* request = PutNetlinkMessage(&buffer, NftMessage(NFT_MSG_GETTABLE),
                                               NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
-  const int code = ListFromKernel(socket.get(), request, KeepTable, tables, RestartTables);
+  const int code = ListFromKernel(NETLINK_NETFILTER, request, KeepTable, tables, RestartTables);
   return code == 0 || IsMissingSubsystem(code) || FailWithCode(kCannotList, code, error);
 }
 
 bool NftTableNamesInterface(const NftTable& table, const std::string& interface) {
   InterfaceSearch search;
-  const NetlinkSocketPtr socket = OpenNetlink(NETLINK_NETFILTER);
-  if (socket == nullptr || interface.size() >= search.name.size()) {
+  if (interface.size() >= search.name.size()) {
     return false;
   }
   std::ranges::copy(interface, search.name.begin());
@@ -164,7 +158,7 @@ bool NftTableNamesInterface(const NftTable& table, const std::string& interface)
   nlmsghdr* request = PutNetlinkMessage(&buffer, NftMessage(NFT_MSG_GETRULE),
                                         NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
   mnl_attr_put_strz(request, NFTA_RULE_TABLE, table.name.c_str());
-  return ListFromKernel(socket.get(), request, SearchRule, &search, RestartSearch) == 0 &&
+  return ListFromKernel(NETLINK_NETFILTER, request, SearchRule, &search, RestartSearch) == 0 &&
          search.found;
 }
 

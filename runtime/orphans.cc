@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "killswitch/nft_runner.h"
 #include "runtime/command_runner.h"
 #include "runtime/constants.h"
 #include "runtime/process_table.h"
@@ -43,20 +44,28 @@ bool IsOurEngine(const RunningProcess& process) {
   });
 }
 
-// wg-quick is a script: its program is the shell.
+// wg-quick is a script: what the kernel makes of it is `SHELL SCRIPT VERB FILE`.
 bool IsOurQuick(const RunningProcess& process) {
-  return HasArgument(process, kWireGuardConfig) &&
-         (HasArgument(process, kWireGuardQuick) || HasArgument(process, kAmneziaWgQuick));
+  constexpr std::size_t kWords = 4;
+  const std::vector<std::string>& words = process.arguments;
+  return words.size() == kWords && (words[1] == kWireGuardQuick || words[1] == kAmneziaWgQuick) &&
+         (words[2] == "up" || words[2] == "down") && words[3] == kWireGuardConfig;
 }
 
-// A tool as the command runner starts it.
+template <std::size_t Count, std::size_t Tools>
+bool Runs(const RunningProcess& process, const std::array<const char*, Count>& prefix,
+          const std::array<const char*, Tools>& tools) {
+  const std::vector<std::string>& words = process.arguments;
+  return words.size() > Count && std::equal(prefix.begin(), prefix.end(), words.begin()) &&
+         std::ranges::find(tools, std::string_view(words[Count])) != tools.end();
+}
+
+// A tool as the service starts it. When `timeout` ends, it ends the tool.
 bool IsOurCommand(const RunningProcess& process) {
-  constexpr std::array kTools = {kWireGuardQuick, kAmneziaWgQuick, kSingBoxBinary, kDnsHelper,
-                                 kNftBinary};
-  constexpr std::size_t kTool = kStatusPrefix.size();
-  return RunsProgram(process, kTimeoutBinary) && process.arguments.size() > kTool &&
-         std::equal(kStatusPrefix.begin(), kStatusPrefix.end(), process.arguments.begin()) &&
-         std::ranges::find(kTools, std::string_view(process.arguments[kTool])) != kTools.end();
+  constexpr std::array kTools = {kWireGuardQuick, kAmneziaWgQuick, kSingBoxBinary, kDnsHelper};
+  constexpr std::array kNft = {kNftBinary};
+  return RunsProgram(process, kTimeoutBinary) &&
+         (Runs(process, kStatusPrefix, kTools) || Runs(process, kNftPrefix, kNft));
 }
 
 bool IsOrphan(const RunningProcess& process) {

@@ -97,10 +97,13 @@ pid_t ReadParent(pid_t pid) {
   return ReadPid(parent).value_or(0);
 }
 
-bool SharesOurNetwork(pid_t pid) {
+// Of the same user and in the same network.
+bool IsOneOfUs(pid_t pid) {
+  struct stat process = {};
   struct stat theirs = {};
   struct stat ours = {};
-  return stat(ProcPath(pid, "ns/net").c_str(), &theirs) == 0 &&
+  return stat(ProcPath(pid, "").c_str(), &process) == 0 && process.st_uid == geteuid() &&
+         stat(ProcPath(pid, "ns/net").c_str(), &theirs) == 0 &&
          stat("/proc/self/ns/net", &ours) == 0 && theirs.st_dev == ours.st_dev &&
          theirs.st_ino == ours.st_ino;
 }
@@ -111,7 +114,7 @@ std::optional<RunningProcess> Look(pid_t pid) {
   process.handle = FileDescriptor(pidfd_open(pid, 0));
   process.pid = pid;
   process.parent = ReadParent(pid);
-  if (!process.handle.IsOpen() || process.parent == getpid() || !SharesOurNetwork(pid)) {
+  if (!process.handle.IsOpen() || process.parent == getpid() || !IsOneOfUs(pid)) {
     return std::nullopt;
   }
   process.program = ReadProgramLink(ProcPath(pid, "exe"));

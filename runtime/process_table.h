@@ -24,8 +24,8 @@ struct RunningProcess {
   FileDescriptor handle;
 };
 
-// The processes in this one's network namespace, other than itself and its children, for which
-// `wanted` says yes. What may not be looked at is left out.
+// The processes of this one's user in this one's network namespace, other than itself and its
+// children, for which `wanted` says yes. What may not be looked at is left out.
 [[nodiscard]] std::vector<RunningProcess> FindProcesses(
     const std::function<bool(const RunningProcess&)>& wanted);
 

@@ -12,7 +12,6 @@
 namespace quorvex::linux_service {
 namespace {
 
-constexpr char kCannotReach[] = "Unable to reach the kernel's routing rules";
 constexpr char kCannotList[] = "Unable to list the routing rules";
 constexpr char kCannotAdd[] = "Unable to add a routing rule";
 constexpr char kCannotRemove[] = "Unable to remove a routing rule";
@@ -38,7 +37,13 @@ int ReadAttribute(const nlattr* attribute, void* data) {
     case FRA_PROTOCOL:
       rule->maker = mnl_attr_get_u8(attribute);
       break;
+    case FRA_FWMASK:
+    case FRA_SUPPRESS_IFGROUP:
+      // Told for each rule; what means "all" and "none" is plain.
+      rule->plain = rule->plain && mnl_attr_get_u32(attribute) == UINT32_MAX;
+      break;
     default:
+      rule->plain = false;
       break;
   }
   return MNL_CB_OK;
@@ -55,6 +60,8 @@ int KeepRule(const nlmsghdr* message, void* data) {
     return MNL_CB_ERROR;
   }
   rule.family = header.family;
+  rule.action = header.action;
+  rule.plain = rule.plain && header.src_len == 0 && header.dst_len == 0 && header.tos == 0;
   rule.inverted = (header.flags & FIB_RULE_INVERT) != 0;
   rule.description.assign(static_cast<const char*>(mnl_nlmsg_get_payload(message)),
                           mnl_nlmsg_get_payload_len(message));
@@ -101,15 +108,11 @@ int Change(const nlmsghdr* request) {
 }  // namespace
 
 bool ListRoutingRules(std::vector<RoutingRule>* rules, std::string* error) {
-  const NetlinkSocketPtr socket = OpenNetlink(NETLINK_ROUTE);
-  if (socket == nullptr) {
-    return FailWithCode(kCannotReach, errno, error);
-  }
   NetlinkBuffer buffer;
   const fib_rule_hdr header = {};
   const nlmsghdr* request =
       PutNetlinkMessage(&buffer, RTM_GETRULE, NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
-  const int code = ListFromKernel(socket.get(), request, KeepRule, rules, Restart);
+  const int code = ListFromKernel(NETLINK_ROUTE, request, KeepRule, rules, Restart);
   return code == 0 || FailWithCode(kCannotList, code, error);
 }
 

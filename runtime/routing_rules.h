@@ -13,8 +13,12 @@ namespace quorvex::linux_service {
 struct RoutingRule {
   // AF_INET or AF_INET6.
   std::uint8_t family = 0;
+  // FR_ACT_...: to look up a table, to go on with another rule, ...
+  std::uint8_t action = 0;
   // "not": the rule is for what does not match.
   bool inverted = false;
+  // Nothing decides but the mark: no address, interface, port, user ...
+  bool plain = true;
   // Which program made it, as far as that program told.
   std::uint8_t maker = 0;
   std::uint32_t priority = 0;

@@ -14,7 +14,14 @@ namespace {
 using namespace std::string_literals;
 
 GroundRecord Sample() {
-  return {EngineKind::kOpenVpn, {"\x02\x00\xff"s, "rule"}, {"\n "s}, {"\xc6\x33\x64\x08"s}};
+  return {EngineKind::kOpenVpn,
+          {"\x02\x00\xff"s, "rule"},
+          {"\n "s},
+          {"\xc6\x33\x64\x08"s},
+          true,
+          {"a"},
+          {"b", "c"},
+          {"d"}};
 }
 
 void ExpectSample(const std::optional<GroundRecord>& read) {
@@ -23,11 +30,16 @@ void ExpectSample(const std::optional<GroundRecord>& read) {
   EXPECT_EQ(read->rules, Sample().rules);
   EXPECT_EQ(read->routes, Sample().routes);
   EXPECT_EQ(read->servers, Sample().servers);
+  EXPECT_EQ(read->isUp, Sample().isUp);
+  EXPECT_EQ(read->addedRules, Sample().addedRules);
+  EXPECT_EQ(read->addedRoutes, Sample().addedRoutes);
+  EXPECT_EQ(read->takenRoutes, Sample().takenRoutes);
 }
 
 TEST(AGroundText, IsReadableLines) {
   EXPECT_EQ(WriteGroundText(Sample()),
-            "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\nserver c6336408\nwhole\n");
+            "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\nserver c6336408\nadded-rule 61\n"
+            "added-route 62\nadded-route 63\ntaken-route 64\nup\nwhole\n");
 }
 
 TEST(AGroundText, ReadsBackAsItWasWritten) {

@@ -18,6 +18,8 @@
 namespace quorvex::linux_service {
 namespace {
 
+using namespace std::string_literals;
+
 using test::Output;
 using test::Shell;
 using ::testing::AllOf;
@@ -106,7 +108,8 @@ std::vector<KernelRoute> List() {
 
 KernelRoute RouteTo(const std::string& destination) {
   for (KernelRoute& route : List()) {
-    if (route.destination == destination && route.table == RT_TABLE_MAIN && route.hasGateway) {
+    if (route.destination == destination && route.table == RT_TABLE_MAIN &&
+        !route.gateway.empty()) {
       return std::move(route);
     }
   }
@@ -120,7 +123,7 @@ TEST_F(AKernelRoute, IsListedWithItsParts) {
   EXPECT_EQ(route.family, AF_INET);
   EXPECT_EQ(route.prefixLength, 32);
   EXPECT_EQ(route.protocol, 42);
-  EXPECT_TRUE(route.hasGateway);
+  EXPECT_EQ(route.gateway, "\xc0\x00\x02\x01"s);
   EXPECT_NE(route.device, 0U);
 }
 

@@ -24,6 +24,11 @@ class Leftovers : public test::KernelWorld {
     ASSERT_TRUE(NoteWhatStands(&record, &error)) << error;
     noted = State();
   }
+  // As when the tunnel is up; its interface itself is not needed.
+  void NoteUp() {
+    std::string error;
+    ASSERT_TRUE(NoteWhatChanged(&record, &error)) << error;
+  }
   void Remove() {
     std::string error;
     EXPECT_TRUE(RemoveLeftovers(record, &error)) << error;
@@ -215,6 +220,105 @@ TEST_F(Leftovers, OfOpenVpnIsNoDefaultRouteWhenTheMachineHasAnother) {
   const std::string after = State();
   Remove();
   EXPECT_EQ(State(), after);
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreAllItsRoutesPastTheTunnel) {
+  Note(EngineKind::kOpenVpn);
+  Shell(
+      "ip route add 198.51.100.0/24 via 192.0.2.1; ip -6 route add 2001:db8:7::7 via 2001:db8::1");
+  NoteUp();
+  Remove();
+  ExpectAsNoted();
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreNotWhatCameLater) {
+  Note(EngineKind::kOpenVpn);
+  record.servers = {"\xc6\x33\x64\x08"};
+  NoteUp();
+  Shell(
+      "ip route add 198.51.100.8 via 192.0.2.3; ip route add 198.51.100.8 via 192.0.2.1 metric 50;"
+      "ip route add 198.51.100.9 via 192.0.2.1; ip -4 route del default metric 100");
+  const std::string after = State();
+  Remove();
+  EXPECT_EQ(State(), after);
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreRoutesToItsOtherServers) {
+  Note(EngineKind::kOpenVpn);
+  record.servers = {"\xc6\x33\x64\x08"};
+  NoteUp();
+  Shell("ip route add 198.51.100.8 via 192.0.2.1");
+  Remove();
+  ExpectAsNoted();
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreTheDefaultRoutesThatItTookEvenBesideOthers) {
+  Shell("ip -4 route add default via 192.0.2.7 metric 600");
+  Note(EngineKind::kOpenVpn);
+  Shell("ip -4 route del default metric 100");
+  NoteUp();
+  Remove();
+  ExpectAsNoted();
+}
+
+// OpenVPN's own way of putting it back.
+TEST_F(Leftovers, OfOpenVpnIsADefaultRouteThatCameBackBare) {
+  Shell(
+      "ip -4 route del default; ip -4 route add default via 192.0.2.1 proto dhcp metric 100 src "
+      "192.0.2.2");
+  Note(EngineKind::kOpenVpn);
+  Shell("ip -4 route del default");
+  NoteUp();
+  Shell("ip -4 route add default via 192.0.2.1");
+  Remove();
+  ExpectAsNoted();
+}
+
+TEST_F(Leftovers, ThatWereNotedAreRemovedEvenIfTheyLookLikeNobodys) {
+  Note(EngineKind::kSingBox);
+  Shell("ip rule add priority 9003 from 192.0.2.5 lookup 2022");
+  NoteUp();
+  Remove();
+  ExpectAsNoted();
+}
+
+TEST_F(Leftovers, OfATunnelThatWasUpAreNotWhatLooksLikeItAndCameLater) {
+  Note(EngineKind::kWireGuard);
+  AddQuickRules("-4", 51820);
+  NoteUp();
+  AddQuickRules("-6", 51820);
+  Remove();
+  EXPECT_THAT(Output("ip -6 rule"), HasSubstr("lookup 51820"));
+  EXPECT_THAT(Output("ip -4 rule"), Not(HasSubstr("lookup 51820")));
+  Shell(
+      "ip -6 rule del not fwmark 51820 table 51820; ip -6 rule del table main "
+      "suppress_prefixlength 0");
+}
+
+TEST_F(Leftovers, OfWireGuardAreNotRulesWithFurtherSelectors) {
+  Note(EngineKind::kWireGuard);
+  Shell(
+      "ip rule add from 198.51.100.0/24 lookup main suppress_prefixlength 0 priority 50;"
+      "ip rule add iif cable0 lookup main suppress_prefixlength 0 priority 51;"
+      "ip rule add not from 198.51.100.0/24 fwmark 7 lookup 7 priority 52;"
+      "ip rule add not fwmark 8/0xff lookup 8 priority 53;"
+      "ip rule add not fwmark 9 lookup 9 priority 54 protocol static;"
+      "ip rule add not fwmark 10 lookup 10 priority 55; ip route add blackhole default table 10");
+  const std::string after = State();
+  Remove();
+  EXPECT_EQ(State(), after);
+  Shell("for p in 50 51 52 53 54 55; do ip rule del priority $p; done; ip route flush table 10");
+}
+
+TEST_F(Leftovers, OfSingBoxAreNotARangeThatLeadsElsewhere) {
+  Note(EngineKind::kSingBox);
+  Shell(
+      "ip rule add priority 9000 fwmark 0x2024 goto 9002; ip rule add priority 9001 fwmark 0x2023 "
+      "lookup 2122; ip rule add priority 9002 type nop");
+  const std::string after = State();
+  Remove();
+  EXPECT_EQ(State(), after);
+  Shell("for p in 9000 9001 9002; do ip rule del priority $p; done");
 }
 
 TEST_F(Leftovers, OfXrayAreNone) {

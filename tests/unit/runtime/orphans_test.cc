@@ -164,6 +164,33 @@ TEST_F(Orphans, AreNotToolsOfSomebodyElse) {
   EXPECT_TRUE(IsAlive(other));
 }
 
+TEST_F(Orphans, AreNftOfOurKillSwitch) {
+  StandIn(kNftBinary, "trap 'exit 0' TERM; while :; do sleep 0.01; done");
+  const pid_t orphan = Start(std::string(kTimeoutBinary) + " --signal=TERM --kill-after=1s 5s " +
+                             kNftBinary + " -f /run/rules");
+  InAnotherProcess(EndOrphans);
+  EXPECT_FALSE(IsAlive(orphan));
+}
+
+TEST_F(Orphans, AreNotProcessesOfAnotherUser) {
+  Shell("chmod 755 /run");
+  const pid_t other = Start(std::string("setpriv --reuid 65534 ") + kSingBoxBinary +
+                            " /run/obey run -c " + kSingBoxConfig);
+  ASSERT_TRUE(test::Eventually([other] {
+    return test::ReadFile("/proc/" + std::to_string(other) + "/cmdline")
+        .starts_with("/usr/libexec");
+  }));
+  InAnotherProcess(EndOrphans);
+  EXPECT_TRUE(IsAlive(other));
+}
+
+TEST_F(Orphans, AreNotAComparisonOfOurFileWithTheTool) {
+  const pid_t editor =
+      Start(std::string("/bin/bash /run/obey ") + kWireGuardQuick + " " + kWireGuardConfig);
+  InAnotherProcess(EndOrphans);
+  EXPECT_TRUE(IsAlive(editor));
+}
+
 TEST_F(Orphans, AreNotAnEditorOnOurFile) {
   const pid_t editor = Start(std::string("/bin/bash /run/obey ") + kWireGuardConfig);
   InAnotherProcess(EndOrphans);
