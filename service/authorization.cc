@@ -6,10 +6,13 @@
 #include "runtime/constants.h"
 #include "runtime/glib_ptr.h"
 #include "service/bus_errors.h"
+#include "service/watchdog.h"
 
 namespace quorvex::service_front {
 
 bool IsAuthorized(const char* busName, bool allowInteraction, GError** error) {
+  // A person may think about the question for as long as they like.
+  const WatchdogPatience patience(WatchdogPatience::kNoLimit);
   const GObjectPtr<PolkitAuthority> authority(polkit_authority_get_sync(nullptr, error));
   if (authority == nullptr) {
     return false;

@@ -9,9 +9,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 #include "runtime/engine_runtime.h"
 #include "runtime/glib_ptr.h"
+#include "service/bus_guard.h"
 #include "service/snapshot.h"
 
 namespace quorvex::service_front {
@@ -26,6 +28,8 @@ struct Service {
   // The GLib objects have been released by the shutdown before this runs.
   ~Service() = default;
 
+  // Goes last, since all that is said on the bus goes through it.
+  std::optional<BusGuard> busGuard;
   GMainLoopPtr loop{g_main_loop_new(nullptr, FALSE)};
   // The system bus, once acquired.
   GObjectPtr<GDBusConnection> connection;
@@ -45,6 +49,8 @@ struct Service {
   std::atomic<std::uint64_t> generation{0};
   // Worker threads promised and not yet finished.
   std::atomic<std::int32_t> activeWorkers{0};
+  // Worker threads that have finished, by which the watchdog sees that they do.
+  std::atomic<std::uint64_t> finishedWorkers{0};
   // Held by the shutdown while it waits for activeWorkers to reach 0.
   std::mutex workerWaitMutex;
   std::condition_variable workersIdle;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "runtime/constants.h"
@@ -15,6 +16,7 @@
 #include "service/service.h"
 #include "service/signal_guard.h"
 #include "service/snapshot.h"
+#include "service/watchdog.h"
 #include "service/workers.h"
 
 namespace quorvex::service_front {
@@ -23,6 +25,8 @@ namespace {
 constexpr guint kPollSeconds = 1;
 // A worker's notification can fall between the waiter's check and its wait, so no wait is longer.
 constexpr std::chrono::milliseconds kWorkerWaitSlice{50};
+// A worker's rest and two stops, with every tool at its limit; what the unit allows for a stop.
+constexpr std::chrono::seconds kLongestShutdown{180};
 // Calls answered between two slices; more wait for the next one.
 constexpr int kPendingCallLimit = 256;
 
@@ -54,6 +58,7 @@ gboolean ShutdownSignal(gpointer userData) {
 // Returns the id of the name's ownership.
 guint Start(Service* service) {
   RecoverAtStartup(service);
+  service->busGuard.emplace();
   WatchNetwork(service);
   const guint ownerId =
       g_bus_own_name(G_BUS_TYPE_SYSTEM, linux_service::kBusName, G_BUS_NAME_OWNER_FLAGS_NONE,
@@ -62,6 +67,7 @@ guint Start(Service* service) {
   g_unix_signal_add(SIGINT, ShutdownSignal, service);
   KeepStopSignalsHandled();
   g_timeout_add_seconds(kPollSeconds, PollActiveEngine, service);
+  ReportFromMainLoop(service);
   return ownerId;
 }
 
@@ -131,9 +137,13 @@ void ShutDown(Service* service, guint ownerId) {
 
 int RunService() {
   IgnoreBrokenPipes();
+  TakeWatchdogFromEnvironment();
+  // Outlives the record, whose end stops an engine for the last time.
+  std::optional<WatchdogPatience> patience;
   Service service;
   const guint ownerId = Start(&service);
   g_main_loop_run(service.loop.get());
+  patience.emplace(kLongestShutdown);
   ShutDown(&service, ownerId);
   return service.exitFailure.load() ? 1 : 0;
 }

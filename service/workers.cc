@@ -27,6 +27,7 @@ bool IsCancelled(const ConnectRequest& request) {
 
 // The last act of every worker under the engine lock: the shutdown counts on it.
 void FinishWorker(Service* service) {
+  service->finishedWorkers.fetch_add(1);
   service->activeWorkers.fetch_sub(1);
   service->workersIdle.notify_all();
 }
