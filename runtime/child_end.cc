@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include "runtime/child_process.h"
+#include "runtime/orphans.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -23,6 +24,7 @@ bool EndChild(GSubprocess* process) {
   g_subprocess_force_exit(process);
   // Nothing can cancel this wait, and SIGKILL leaves nothing to wait for in vain.
   static_cast<void>(g_subprocess_wait(process, nullptr, nullptr));
+  EndOpenVpnHelpers();
   return false;
 }
 

@@ -22,6 +22,8 @@ constexpr char kCancelled[] = "The VPN connection request was cancelled.";
 constexpr char kUnavailable[] = " runtime is unavailable. Repair the QuorvexVPN installation.";
 constexpr char kForced[] = " required forced termination; route cleanup needs verification.";
 constexpr char kStoppedUnexpectedly[] = " stopped unexpectedly.";
+// An engine may add its last rules after its tunnel looks complete. Two polls later it has.
+constexpr int kNotes = 2;
 constexpr char kNoTunnel[] = "No tunnel interface is active.";
 
 bool Fail(std::string sentence, std::string* error) {
@@ -69,7 +71,8 @@ bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
                            ? StartWireGuard(rawConfig, cancelled, error)
                            : StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
   if (started) {
-    NoteTunnel();
+    NoteTunnel(false);
+    notesDue = kNotes;
     OpenWayIntoTunnel(engine, rawConfig, LocalNetworks::kOutside);
   } else {
     ClearGround();
@@ -124,6 +127,7 @@ bool EngineRuntime::StopProcess(std::string* error) {
 void EngineRuntime::ForgetEngine() {
   process.reset();
   kind = EngineKind::kUnsupported;
+  notesDue = 0;
   activeConfigPath.clear();
   namedServers.clear();
 }
@@ -154,7 +158,13 @@ bool EngineRuntime::PollUnexpectedExit(std::string* error) {
 }
 
 bool EngineRuntime::PollLostTunnel(std::string* error) {
-  if (kind == EngineKind::kUnsupported || TunnelInterfaceExists(kind)) {
+  if (kind == EngineKind::kUnsupported) {
+    return false;
+  }
+  if (TunnelInterfaceExists(kind)) {
+    if (notesDue > 0) {
+      NoteTunnel(--notesDue == 0);
+    }
     return false;
   }
   const EngineKind lost = kind;

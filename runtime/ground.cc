@@ -61,10 +61,27 @@ bool RemoveInterface(EngineKind engine, std::string* error) {
   return DeleteLink(name, kKernelTunnels, error);
 }
 
-// Without its interface the configuration that wg-quick needs to take it down has no purpose.
-bool RemoveWireGuardConfiguration(std::string* error) {
-  return g_file_test(kWireGuardConfig, G_FILE_TEST_EXISTS) == FALSE ||
-         SecureRemoveFile(kWireGuardConfig, error);
+// A configuration that its own engine's end could not remove. OpenVPN's is not among them: it is
+// kept as long as the system's DNS could not be reverted.
+const char* ConfigurationOf(EngineKind engine) {
+  switch (engine) {
+    case EngineKind::kSingBox:
+      return kSingBoxConfig;
+    case EngineKind::kXray:
+      return kXrayConfig;
+    case EngineKind::kWireGuard:
+      return kWireGuardConfig;
+    case EngineKind::kOpenVpn:
+    case EngineKind::kUnsupported:
+      break;
+  }
+  return nullptr;
+}
+
+bool RemoveConfiguration(EngineKind engine, std::string* error) {
+  const char* path = ConfigurationOf(engine);
+  return path == nullptr || g_file_test(path, G_FILE_TEST_EXISTS) == FALSE ||
+         SecureRemoveFile(path, error);
 }
 
 enum class Cleared { kYes, kNotYet, kFailed };
@@ -77,8 +94,7 @@ Cleared Clear(const GroundRecord& record, std::string* error) {
     return Cleared::kNotYet;
   }
   const bool removed = RemoveLeftovers(record, error);
-  const bool wiped = record.engine != EngineKind::kWireGuard || RemoveWireGuardConfiguration(error);
-  return removed && wiped ? Cleared::kYes : Cleared::kFailed;
+  return RemoveConfiguration(record.engine, error) && removed ? Cleared::kYes : Cleared::kFailed;
 }
 
 }  // namespace
@@ -102,10 +118,13 @@ bool PrepareGround(EngineKind engine, const std::string& rawConfig,
   return NoteWhatStands(&record, error) && StoreGroundRecord(record, error);
 }
 
-void NoteTunnel() {
+void NoteTunnel(bool isLast) {
   std::string error = "there is no record";
-  std::optional<GroundRecord> record = LoadGroundRecord();
-  if (!record || !NoteWhatChanged(&*record, &error) || !StoreGroundRecord(*record, &error)) {
+  const std::optional<GroundRecord> record = LoadGroundRecord();
+  GroundRecord changes;
+  changes.isSettled = isLast;
+  if (!record || !NoteWhatChanged(*record, &changes, &error) ||
+      !AppendGroundRecord(changes, &error)) {
     g_log(nullptr, G_LOG_LEVEL_WARNING, "What the tunnel changed could not be recorded: %s",
           error.c_str());
   }

@@ -19,7 +19,7 @@ namespace quorvex::linux_service {
 namespace {
 
 constexpr std::string_view kEngineWord = "engine";
-constexpr std::string_view kUpLine = "up";
+constexpr std::string_view kSettledLine = "settled";
 constexpr std::string_view kLastLine = "whole";
 
 struct List {
@@ -75,8 +75,8 @@ bool ReadEngine(std::string_view text, EngineKind* engine) {
 }
 
 bool ReadLine(std::string_view line, GroundRecord* record) {
-  if (line == kUpLine) {
-    record->isUp = true;
+  if (line == kSettledLine) {
+    record->isSettled = true;
     return true;
   }
   const std::size_t blank = line.find(' ');
@@ -105,34 +105,41 @@ bool GroundRecordExists() {
 }  // namespace
 
 std::string WriteGroundText(const GroundRecord& record) {
-  std::string text(kEngineWord);
-  text.append(" ").append(std::to_string(static_cast<std::uint32_t>(record.engine))).append("\n");
+  std::string text;
+  if (record.engine != EngineKind::kUnsupported) {
+    const auto number = static_cast<std::uint32_t>(record.engine);
+    text.append(kEngineWord).append(" ").append(std::to_string(number)).append("\n");
+  }
   for (const List& list : kLists) {
     AppendLines(list.word, record.*(list.entries), &text);
   }
-  if (record.isUp) {
-    text.append(kUpLine).append("\n");
+  if (record.isSettled) {
+    text.append(kSettledLine).append("\n");
   }
   return text.append(kLastLine).append("\n");
 }
 
 std::optional<GroundRecord> ReadGroundText(const std::string& text) {
+  std::optional<GroundRecord> whole;
   GroundRecord record;
   std::istringstream lines(text);
   std::string line;
   while (std::getline(lines, line)) {
     if (line == kLastLine) {
-      return record;
-    }
-    if (!ReadLine(line, &record)) {
-      return std::nullopt;
+      whole = record;
+    } else if (!ReadLine(line, &record)) {
+      break;
     }
   }
-  return std::nullopt;
+  return whole;
 }
 
 bool StoreGroundRecord(const GroundRecord& record, std::string* error) {
   return WritePrivateFile(kGroundRecord, WriteGroundText(record), error);
+}
+
+bool AppendGroundRecord(const GroundRecord& changes, std::string* error) {
+  return AppendToPrivateFile(kGroundRecord, WriteGroundText(changes), error);
 }
 
 std::optional<GroundRecord> LoadGroundRecord() {

@@ -20,20 +20,25 @@ struct GroundRecord {
   std::vector<std::string> routes;
   // The servers' addresses, 4 or 16 bytes each in network order.
   std::vector<std::string> servers;
-  // Whether the tunnel came up. Only then the rest is known.
-  bool isUp = false;
+  // What the engine has added and taken away, as far as it was noted.
   std::vector<std::string> addedRules;
   std::vector<std::string> addedRoutes;
   std::vector<std::string> takenRoutes;
+  // The tunnel has been up for so long that this is all.
+  bool isSettled = false;
 };
 
-// The record as lines of text, the last of which says that it is whole; and back. Nothing when the
-// text is not whole: then the service ended before it started an engine.
+// The record as lines of text, the last of which says that it is whole; and back. Of several such
+// texts in a row, each adds to the one before; what follows the last that is whole is left out.
+// Nothing when not even the first is: then the service ended before it started an engine.
 [[nodiscard]] std::string WriteGroundText(const GroundRecord& record);
 [[nodiscard]] std::optional<GroundRecord> ReadGroundText(const std::string& text);
 
 // Stores the record for a later process; on failure `error` (not null) says why.
 [[nodiscard]] bool StoreGroundRecord(const GroundRecord& record, std::string* error);
+// Adds to the stored record and leaves it as it was when that fails, or when the process ends
+// meanwhile.
+[[nodiscard]] bool AppendGroundRecord(const GroundRecord& changes, std::string* error);
 // Nothing when there is none or it is not whole.
 [[nodiscard]] std::optional<GroundRecord> LoadGroundRecord();
 // Removes the record and, where it may, its folder. Success when there is none.

@@ -15,6 +15,7 @@
 #include <span>
 
 #include "runtime/kernel_routes.h"
+#include "runtime/netlink.h"
 #include "runtime/nft_tables.h"
 #include "runtime/routing_rules.h"
 
@@ -47,10 +48,11 @@ constexpr std::array kWireGuardTables = {TableName{NFPROTO_IPV4, "wg-quick-quorv
 constexpr std::array kWireGuardSockets = {"/run/wireguard/quorvexvpn.sock",
                                           "/run/amneziawg/quorvexvpn.sock"};
 
-// What is on the machine.
+// What is on the machine. `tunnel` is the engine's interface, 0 when that is gone.
 struct Kernel {
   Rules rules;
   Routes routes;
+  std::uint32_t tunnel = 0;
 };
 
 // Everything that one kind of engine may leave; empty or null where it leaves nothing of that sort.
@@ -58,17 +60,16 @@ struct Leaves {
   EngineKind engine;
   std::span<const TableName> tables;
   std::span<const char* const> sockets;
-  // Of the rules that were not there before, those that look like the engine's. `tunnel` is its
-  // interface, 0 when that is gone.
-  Rules (*rules)(const Kernel& fresh, std::uint32_t tunnel);
+  // Of the rules that were not there before, those that look like the engine's.
+  Rules (*rules)(const Kernel& fresh);
   // Routes past the tunnel; and the default routes that it took away.
   bool routes;
 };
 
 // Whether somebody else has routes in the table.
-bool IsInUse(std::uint32_t table, const Kernel& kernel, std::uint32_t tunnel) {
-  return std::ranges::any_of(kernel.routes, [table, tunnel](const KernelRoute& route) {
-    return route.table == table && (tunnel == 0 || route.device != tunnel);
+bool IsInUse(std::uint32_t table, const Kernel& kernel) {
+  return std::ranges::any_of(kernel.routes, [table, &kernel](const KernelRoute& route) {
+    return route.table == table && (kernel.tunnel == 0 || route.device != kernel.tunnel);
   });
 }
 
@@ -81,9 +82,9 @@ bool LooksUpAnotherTable(const RoutingRule& rule) {
 }
 
 // A sing-box clears the whole range when it starts, so all of it belongs to one.
-Rules SingBoxRules(const Kernel& fresh, std::uint32_t tunnel) {
+Rules SingBoxRules(const Kernel& fresh) {
   Rules ours;
-  if (IsInUse(kSingBoxTable, fresh, tunnel)) {
+  if (IsInUse(kSingBoxTable, fresh)) {
     return ours;
   }
   const bool isOurRange = std::ranges::none_of(fresh.rules, [](const RoutingRule& rule) {
@@ -124,12 +125,12 @@ bool BelongsTo(const RoutingRule& companion, const Rules& rules) {
   });
 }
 
-Rules WireGuardRules(const Kernel& fresh, std::uint32_t tunnel) {
+Rules WireGuardRules(const Kernel& fresh) {
   Rules ours;
   Rules foreign;
   for (const RoutingRule& rule : fresh.rules) {
     if (IsQuickRule(rule)) {
-      (IsInUse(rule.table, fresh, tunnel) ? foreign : ours).push_back(rule);
+      (IsInUse(rule.table, fresh) ? foreign : ours).push_back(rule);
     }
   }
   for (const RoutingRule& rule : fresh.rules) {
@@ -165,11 +166,12 @@ void KeepDescriptions(const std::vector<Entry>& entries, std::vector<std::string
 
 // Only what an engine of this kind may leave. A table's routes tell whose the rules to it are.
 bool ListKernel(const Leaves& leaves, Kernel* kernel, std::string* error) {
+  kernel->tunnel = if_nametoindex(TunnelInterfaceFor(leaves.engine));
   return (leaves.rules == nullptr || ListRoutingRules(&kernel->rules, error)) &&
          ((leaves.rules == nullptr && !leaves.routes) || ListRoutes(&kernel->routes, error));
 }
 
-Rules EnginesRules(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel) {
+Rules LikelyRules(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel) {
   if (leaves.rules == nullptr) {
     return {};
   }
@@ -177,7 +179,7 @@ Rules EnginesRules(const Leaves& leaves, const GroundRecord& record, const Kerne
   std::erase_if(fresh.rules, [&record](const RoutingRule& rule) {
     return IsIn(record.rules, rule.description);
   });
-  return leaves.rules(fresh, if_nametoindex(TunnelInterfaceFor(record.engine)));
+  return leaves.rules(fresh);
 }
 
 bool IsMain(const KernelRoute& route) {
@@ -188,45 +190,51 @@ bool IsDefault(const KernelRoute& route) {
   return IsMain(route) && route.family == AF_INET && route.prefixLength == 0;
 }
 
-// Host routes to its servers, and what a server or the profile wanted beside the tunnel.
-bool IsPastTunnel(const KernelRoute& route, const GroundRecord& record) {
-  return IsMain(route) && route.protocol == RTPROT_BOOT && !route.gateway.empty() &&
-         route.prefixLength > 0 &&
-         route.device != if_nametoindex(TunnelInterfaceFor(record.engine)) &&
-         !IsIn(record.routes, route.description);
-}
-
-// What the kernel makes of "no metric".
+// What the kernel makes of "no metric", and OpenVPN of IPv6.
 bool HasNoMetric(const KernelRoute& route) {
   constexpr std::uint32_t kUnsetIpv6Metric = 1024;
-  return route.metric == (route.family == AF_INET6 ? kUnsetIpv6Metric : 0);
+  return route.family == AF_INET6 ? route.metric == 1 || route.metric == kUnsetIpv6Metric
+                                  : route.metric == 0;
 }
 
-// OpenVPN takes the default route's gateway, and no metric. It goes on to its next server by
-// itself, so such a route may come at any time.
+// The gateways of the machine's default routes, which OpenVPN uses for all that goes past its
+// tunnel.
+std::vector<std::string> Gateways(const GroundRecord& record) {
+  std::vector<std::string> gateways;
+  for (const std::string& description : record.routes) {
+    KernelRoute route;
+    if (ReadRoute(description, &route) && route.prefixLength == 0 && !route.gateway.empty()) {
+      gateways.push_back(route.gateway);
+    }
+  }
+  return gateways;
+}
+
+// Host routes to its servers, and what a server or the profile wanted beside the tunnel.
+Routes RoutesPastTunnel(const GroundRecord& record, const Kernel& kernel) {
+  const std::vector<std::string> gateways = Gateways(record);
+  Routes past;
+  std::ranges::copy_if(kernel.routes, std::back_inserter(past), [&](const KernelRoute& route) {
+    return IsMain(route) && route.protocol == RTPROT_BOOT && route.prefixLength > 0 &&
+           HasNoMetric(route) && IsIn(gateways, route.gateway) &&
+           !IsIn(record.routes, route.description);
+  });
+  return past;
+}
+
 bool LeadsToServer(const KernelRoute& route, const GroundRecord& record) {
   constexpr std::size_t kBitsPerByte = 8;
-  return IsPastTunnel(route, record) && HasNoMetric(route) &&
-         route.prefixLength == route.destination.size() * kBitsPerByte &&
-         IsIn(record.servers, route.destination) &&
-         std::ranges::any_of(record.routes, [&route](const std::string& description) {
-           KernelRoute original;
-           return ReadRoute(description, &original) && original.prefixLength == 0 &&
-                  original.gateway == route.gateway;
-         });
-}
-
-Routes EnginesRoutes(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel) {
-  Routes ours;
-  if (leaves.routes) {
-    std::ranges::copy_if(
-        kernel.routes, std::back_inserter(ours),
-        [&record](const KernelRoute& route) { return IsPastTunnel(route, record); });
-  }
-  return ours;
+  return route.prefixLength == route.destination.size() * kBitsPerByte &&
+         IsIn(record.servers, route.destination);
 }
 
 // A server may tell OpenVPN to put its own default route in the place of the machine's.
+bool TakesDefault(const Kernel& kernel) {
+  return std::ranges::any_of(kernel.routes, [&kernel](const KernelRoute& route) {
+    return IsDefault(route) && route.device == kernel.tunnel;
+  });
+}
+
 std::vector<std::string> MissingDefaults(const GroundRecord& record, const Kernel& kernel) {
   std::vector<std::string> missing;
   for (const std::string& description : record.routes) {
@@ -242,19 +250,23 @@ std::vector<std::string> MissingDefaults(const GroundRecord& record, const Kerne
 
 bool RemoveRules(const Leaves& leaves, const GroundRecord& record, const Kernel& kernel,
                  std::string* error) {
+  Rules ours = record.isSettled ? Rules() : LikelyRules(leaves, record, kernel);
+  std::vector<std::string> likely;
+  KeepDescriptions(ours, &likely);
+  std::ranges::copy_if(kernel.rules, std::back_inserter(ours), [&](const RoutingRule& rule) {
+    return IsIn(record.addedRules, rule.description) && !IsIn(likely, rule.description);
+  });
   bool removed = true;
-  const Rules candidates = record.isUp ? kernel.rules : EnginesRules(leaves, record, kernel);
-  for (const RoutingRule& rule : candidates) {
-    if (!record.isUp || IsIn(record.addedRules, rule.description)) {
-      removed = DeleteRoutingRule(rule, error) && removed;
-    }
+  for (const RoutingRule& rule : ours) {
+    removed = DeleteRoutingRule(rule, error) && removed;
   }
   return removed;
 }
 
+// OpenVPN goes on to its next server by itself, so a route to one may come at any time.
 bool RemoveRoutes(const GroundRecord& record, const Kernel& kernel, std::string* error) {
   bool removed = true;
-  for (const KernelRoute& route : kernel.routes) {
+  for (const KernelRoute& route : RoutesPastTunnel(record, kernel)) {
     if (IsIn(record.addedRoutes, route.description) || LeadsToServer(route, record)) {
       removed = DeleteRoute(route, error) && removed;
     }
@@ -271,18 +283,16 @@ bool IsBareCopy(const KernelRoute& route, const KernelRoute& original, const Gro
 
 bool Restore(const KernelRoute& original, const GroundRecord& record, const Kernel& kernel,
              std::string* error) {
-  if (!RestoreRoute(original, error)) {
-    return false;
-  }
-  return std::ranges::all_of(kernel.routes, [&](const KernelRoute& route) {
-    return !IsBareCopy(route, original, record) || DeleteRoute(route, error);
-  });
+  return RestoreRoute(original, error) &&
+         std::ranges::all_of(kernel.routes, [&](const KernelRoute& route) {
+           return !IsBareCopy(route, original, record) || DeleteRoute(route, error);
+         });
 }
 
-// If the tunnel was not up, a default route counts as taken when the machine has none at all.
+// As long as the record is not settled, a default route counts as taken when the machine has none.
 bool RestoreRoutes(const GroundRecord& record, const Kernel& kernel, std::string* error) {
   std::vector<std::string> taken = record.takenRoutes;
-  if (!record.isUp && std::ranges::none_of(kernel.routes, IsDefault)) {
+  if (!record.isSettled && taken.empty() && std::ranges::none_of(kernel.routes, IsDefault)) {
     taken = MissingDefaults(record, kernel);
   }
   bool restored = true;
@@ -315,14 +325,16 @@ bool RemoveTables(const Leaves& leaves, std::string* error) {
   return removed;
 }
 
-void RemoveSockets(const Leaves& leaves) {
+// Nobody listens there any more.
+bool RemoveSockets(const Leaves& leaves, std::string* error) {
+  bool removed = true;
   for (const char* path : leaves.sockets) {
     struct stat status = {};
-    if (lstat(path, &status) == 0 && S_ISSOCK(status.st_mode)) {
-      // Nobody listens there any more; a socket that stays is replaced by the next server.
-      static_cast<void>(unlink(path));
+    if (lstat(path, &status) == 0 && S_ISSOCK(status.st_mode) && unlink(path) != 0) {
+      removed = FailWithCode("Unable to remove a socket", errno, error);
     }
   }
+  return removed;
 }
 
 }  // namespace
@@ -344,8 +356,8 @@ bool NoteWhatStands(GroundRecord* record, std::string* error) {
   return true;
 }
 
-bool NoteWhatChanged(GroundRecord* record, std::string* error) {
-  const Leaves* leaves = LeavesOf(record->engine);
+bool NoteWhatChanged(const GroundRecord& record, GroundRecord* changes, std::string* error) {
+  const Leaves* leaves = LeavesOf(record.engine);
   Kernel kernel;
   if (leaves == nullptr) {
     return true;
@@ -353,10 +365,13 @@ bool NoteWhatChanged(GroundRecord* record, std::string* error) {
   if (!ListKernel(*leaves, &kernel, error)) {
     return false;
   }
-  KeepDescriptions(EnginesRules(*leaves, *record, kernel), &record->addedRules);
-  KeepDescriptions(EnginesRoutes(*leaves, *record, kernel), &record->addedRoutes);
-  record->takenRoutes = MissingDefaults(*record, kernel);
-  record->isUp = true;
+  KeepDescriptions(LikelyRules(*leaves, record, kernel), &changes->addedRules);
+  if (leaves->routes) {
+    KeepDescriptions(RoutesPastTunnel(record, kernel), &changes->addedRoutes);
+    if (TakesDefault(kernel)) {
+      changes->takenRoutes = MissingDefaults(record, kernel);
+    }
+  }
   return true;
 }
 
@@ -369,13 +384,14 @@ bool RemoveLeftovers(const GroundRecord& record, std::string* error) {
   // The table first: as long as sing-box's stands, the machine's connections go to its dead port,
   // which any user may open.
   const bool tables = RemoveTables(*leaves, error);
-  RemoveSockets(*leaves);
+  const bool sockets = RemoveSockets(*leaves, error);
   if (!ListKernel(*leaves, &kernel, error)) {
     return false;
   }
   const bool rules = RemoveRules(*leaves, record, kernel, error);
-  const bool routes = RemoveRoutes(record, kernel, error);
-  return RestoreRoutes(record, kernel, error) && tables && rules && routes;
+  const bool routes = !leaves->routes ||
+                      (RemoveRoutes(record, kernel, error) && RestoreRoutes(record, kernel, error));
+  return tables && sockets && rules && routes;
 }
 
 }  // namespace quorvex::linux_service

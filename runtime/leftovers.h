@@ -14,14 +14,15 @@ namespace quorvex::linux_service {
 // (not null) says why.
 [[nodiscard]] bool NoteWhatStands(GroundRecord* record, std::string* error);
 
-// Notes, now that the tunnel is up, what the engine has added and taken away.
-[[nodiscard]] bool NoteWhatChanged(GroundRecord* record, std::string* error);
+// Notes in `changes`, now that the record's tunnel is up, what its engine has added and taken away.
+[[nodiscard]] bool NoteWhatChanged(const GroundRecord& record, GroundRecord* changes,
+                                   std::string* error);
 
-// Removes what the record's engine left and puts back what it took away. If its tunnel was up, that
-// is what was noted then. If not, it is what has come since the beginning and looks like the
-// engine's. Both, and names that are ours alone, show it to be ours. To be called when the engine
-// and its interface are gone. False, with a reason in `error` (not null), when something could not
-// be removed; the rest has been.
+// Removes what the record's engine left and puts back what it took away: what was noted when its
+// tunnel was up and, unless the record is settled, what has come since the beginning and looks like
+// the engine's. Both, and names that are ours alone, show it to be ours. To be called when the
+// engine and its interface are gone. False, with a reason in `error` (not null), when something
+// could not be removed; the rest has been.
 [[nodiscard]] bool RemoveLeftovers(const GroundRecord& record, std::string* error);
 
 }  // namespace quorvex::linux_service

@@ -21,7 +21,7 @@ using std::chrono::milliseconds;
 
 // An engine needs up to this long to take its routes back.
 constexpr milliseconds kEngineTimeout{8000};
-constexpr milliseconds kServerTimeout{1000};
+constexpr milliseconds kHelperTimeout{1000};
 
 // Ending `timeout` may set the tool free that it watched, so the search goes on until it finds
 // nothing.
@@ -68,8 +68,18 @@ bool IsOurCommand(const RunningProcess& process) {
          (Runs(process, kStatusPrefix, kTools) || Runs(process, kNftPrefix, kNft));
 }
 
+// The helper as OpenVPN runs it, itself or by way of a shell: the tunnel's name comes first.
+bool IsOpenVpnHelper(const RunningProcess& process) {
+  const std::vector<std::string>& words = process.arguments;
+  const auto helper = std::ranges::find(
+      words.begin(), words.begin() + std::min<std::ptrdiff_t>(2, std::ssize(words)), kDnsHelper);
+  return helper != words.end() && std::next(helper) != words.end() &&
+         *std::next(helper) == kOpenVpnInterface;
+}
+
 bool IsOrphan(const RunningProcess& process) {
-  return IsOurEngine(process) || IsOurQuick(process) || IsOurCommand(process);
+  return IsOurEngine(process) || IsOurQuick(process) || IsOurCommand(process) ||
+         IsOpenVpnHelper(process);
 }
 
 // `wireguard-go INTERFACE`: nobody else's can serve an interface of this name in this network.
@@ -106,10 +116,17 @@ void EndOrphans() {
   }
 }
 
+void EndOpenVpnHelpers() {
+  if (const std::vector<RunningProcess> helpers = FindProcesses(IsOpenVpnHelper);
+      !helpers.empty()) {
+    End(helpers, kHelperTimeout);
+  }
+}
+
 void EndWireGuardServers() {
   const std::vector<RunningProcess> servers = FindProcesses(ServesWireGuard);
-  if (!AwaitEnd(servers, kServerTimeout)) {
-    End(servers, kServerTimeout);
+  if (!AwaitEnd(servers, kHelperTimeout)) {
+    End(servers, kHelperTimeout);
   }
 }
 

@@ -10,6 +10,10 @@ namespace quorvex::linux_service {
 // process, nor anything in another network namespace. Blocks the calling thread.
 void EndOrphans();
 
+// Ends DNS helpers that an OpenVPN of ours ran and that outlived it: what they still do would come
+// after everything has been taken back. SIGTERM, and force 1 s later.
+void EndOpenVpnHelpers();
+
 // Waits 1 s for the end of what served our WireGuard interface in user space, which follows the end
 // of the interface, and then ends it in the same way, but with force 1 s later.
 void EndWireGuardServers();

@@ -163,6 +163,12 @@ bool WritePrivateFile(const char* path, const std::string& contents, std::string
   return true;
 }
 
+bool AppendToPrivateFile(const char* path, const std::string& contents, std::string* error) {
+  const FileDescriptor file(open(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC));
+  return file.IsOpen() ? FillPrivateFile(file.Get(), contents, error)
+                       : FailWithErrno(kCannotCreateFile, error);
+}
+
 bool SecureRemoveFile(const char* path, std::string* error) {
   {
     const FileDescriptor file(open(path, O_WRONLY | O_NOFOLLOW | O_CLOEXEC));

@@ -16,6 +16,11 @@ namespace quorvex::linux_service {
 [[nodiscard]] bool WritePrivateFile(const char* path, const std::string& contents,
                                     std::string* error);
 
+// Adds `contents` to a file that WritePrivateFile made, and flushes it. On failure part of it may
+// be in the file, and `error` (not null) names the step.
+[[nodiscard]] bool AppendToPrivateFile(const char* path, const std::string& contents,
+                                       std::string* error);
+
 // Overwrites the regular file at `path` with zeros and unlinks it. A file that is not there counts
 // as removed. On failure `error` (not null) names the step and the file stays.
 [[nodiscard]] bool SecureRemoveFile(const char* path, std::string* error);

@@ -18,10 +18,10 @@ GroundRecord Sample() {
           {"\x02\x00\xff"s, "rule"},
           {"\n "s},
           {"\xc6\x33\x64\x08"s},
-          true,
           {"a"},
           {"b", "c"},
-          {"d"}};
+          {"d"},
+          true};
 }
 
 void ExpectSample(const std::optional<GroundRecord>& read) {
@@ -30,7 +30,7 @@ void ExpectSample(const std::optional<GroundRecord>& read) {
   EXPECT_EQ(read->rules, Sample().rules);
   EXPECT_EQ(read->routes, Sample().routes);
   EXPECT_EQ(read->servers, Sample().servers);
-  EXPECT_EQ(read->isUp, Sample().isUp);
+  EXPECT_EQ(read->isSettled, Sample().isSettled);
   EXPECT_EQ(read->addedRules, Sample().addedRules);
   EXPECT_EQ(read->addedRoutes, Sample().addedRoutes);
   EXPECT_EQ(read->takenRoutes, Sample().takenRoutes);
@@ -39,7 +39,7 @@ void ExpectSample(const std::optional<GroundRecord>& read) {
 TEST(AGroundText, IsReadableLines) {
   EXPECT_EQ(WriteGroundText(Sample()),
             "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\nserver c6336408\nadded-rule 61\n"
-            "added-route 62\nadded-route 63\ntaken-route 64\nup\nwhole\n");
+            "added-route 62\nadded-route 63\ntaken-route 64\nsettled\nwhole\n");
 }
 
 TEST(AGroundText, ReadsBackAsItWasWritten) {
@@ -51,6 +51,31 @@ TEST(AGroundText, ThatIsCutAnywhereIsNone) {
   // The last line's own end carries nothing.
   for (std::size_t length = 0; length < whole.size() - 1; ++length) {
     EXPECT_FALSE(ReadGroundText(whole.substr(0, length)).has_value()) << length;
+  }
+}
+
+TEST(AGroundText, IsAddedToByWhatFollows) {
+  GroundRecord changes;
+  changes.addedRules = {"later"};
+  changes.isSettled = true;
+  GroundRecord first = Sample();
+  first.isSettled = false;
+  const std::optional<GroundRecord> read =
+      ReadGroundText(WriteGroundText(first) + WriteGroundText(changes));
+  ASSERT_TRUE(read.has_value());
+  EXPECT_EQ(read->engine, EngineKind::kOpenVpn);
+  EXPECT_EQ(read->rules, Sample().rules);
+  EXPECT_EQ(read->addedRules, (std::vector<std::string>{"a", "later"}));
+  EXPECT_TRUE(read->isSettled);
+}
+
+TEST(AGroundText, StandsWhenWhatFollowsIsCutAnywhere) {
+  GroundRecord changes;
+  changes.addedRules = {"later"};
+  const std::string first = WriteGroundText(Sample());
+  const std::string both = first + WriteGroundText(changes);
+  for (std::size_t length = first.size(); length < both.size() - 1; ++length) {
+    ExpectSample(ReadGroundText(both.substr(0, length)));
   }
 }
 
@@ -82,6 +107,23 @@ TEST_F(AGroundRecord, IsAFileForRootAlone) {
   EXPECT_EQ(test::ModeOf(kGroundDirectory), 0700U);
   EXPECT_EQ(test::ModeOf(kGroundRecord), 0600U);
   ExpectSample(LoadGroundRecord());
+}
+
+TEST_F(AGroundRecord, IsAddedTo) {
+  std::string error;
+  GroundRecord first = Sample();
+  first.addedRules.clear();
+  ASSERT_TRUE(StoreGroundRecord(first, &error)) << error;
+  GroundRecord changes;
+  changes.addedRules = Sample().addedRules;
+  ASSERT_TRUE(AppendGroundRecord(changes, &error)) << error;
+  ExpectSample(LoadGroundRecord());
+}
+
+TEST_F(AGroundRecord, ThatIsNotThereCannotBeAddedTo) {
+  std::string error;
+  EXPECT_FALSE(AppendGroundRecord(Sample(), &error));
+  EXPECT_FALSE(test::Exists(kGroundRecord));
 }
 
 TEST_F(AGroundRecord, ThatIsNotThereIsNone) {

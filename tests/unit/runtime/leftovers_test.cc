@@ -24,10 +24,15 @@ class Leftovers : public test::KernelWorld {
     ASSERT_TRUE(NoteWhatStands(&record, &error)) << error;
     noted = State();
   }
-  // As when the tunnel is up; its interface itself is not needed.
-  void NoteUp() {
+  // As when the tunnel is up.
+  void NoteUp(bool isSettled = true) {
     std::string error;
-    ASSERT_TRUE(NoteWhatChanged(&record, &error)) << error;
+    GroundRecord changes;
+    ASSERT_TRUE(NoteWhatChanged(record, &changes, &error)) << error;
+    record.addedRules = changes.addedRules;
+    record.addedRoutes = changes.addedRoutes;
+    record.takenRoutes = changes.takenRoutes;
+    record.isSettled = isSettled;
   }
   void Remove() {
     std::string error;
@@ -190,7 +195,9 @@ TEST_F(Leftovers, OfOpenVpnAreHostRoutesToItsServers) {
   Note(EngineKind::kOpenVpn);
   record.servers = {"\xc6\x33\x64\x08", "\xc6\x33\x64\x09",
                     std::string("\x20\x01\x0d\xb8\0\x07\0\0\0\0\0\0\0\0\0\x07", 16)};
-  Shell("ip route add 198.51.100.8 via 192.0.2.1; ip -6 route add 2001:db8:7::7 via 2001:db8::1");
+  Shell(
+      "ip route add 198.51.100.8 via 192.0.2.1;"
+      "ip -6 route add 2001:db8:7::7 via 2001:db8::1 metric 1");
   Remove();
   ExpectAsNoted();
 }
@@ -220,6 +227,46 @@ TEST_F(Leftovers, OfOpenVpnIsNoDefaultRouteWhenTheMachineHasAnother) {
   const std::string after = State();
   Remove();
   EXPECT_EQ(State(), after);
+}
+
+// With a default route of its own in the place of the machine's.
+void TakeDefault(const std::string& which) {
+  Shell(
+      "ip tuntap add dev tun-quorvexvpn mode tun && ip link set tun-quorvexvpn up;"
+      "ip -4 route del default " +
+      which + "; ip -4 route add default dev tun-quorvexvpn");
+}
+
+void EndTunnel() {
+  Shell("ip link del tun-quorvexvpn");
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreNotDefaultRoutesThatVanishedOtherwise) {
+  Note(EngineKind::kOpenVpn);
+  Shell("ip -4 route del default metric 100");
+  NoteUp();
+  const std::string after = State();
+  Remove();
+  EXPECT_EQ(State(), after);
+}
+
+TEST_F(Leftovers, OfOpenVpnThatWasUpAreNotRoutesThroughOtherGateways) {
+  Note(EngineKind::kOpenVpn);
+  Shell(
+      "ip route add 203.0.113.0/24 via 192.0.2.77; ip route add 203.0.113.5 via 192.0.2.1 metric "
+      "9");
+  NoteUp();
+  const std::string after = State();
+  Remove();
+  EXPECT_EQ(State(), after);
+}
+
+TEST_F(Leftovers, ThatCameAfterTheFirstNoteAreKnownByTheirForm) {
+  Note(EngineKind::kSingBox);
+  NoteUp(false);
+  AddSingBoxRules("-4");
+  Remove();
+  ExpectAsNoted();
 }
 
 TEST_F(Leftovers, OfOpenVpnThatWasUpAreAllItsRoutesPastTheTunnel) {
@@ -255,8 +302,9 @@ TEST_F(Leftovers, OfOpenVpnThatWasUpAreRoutesToItsOtherServers) {
 TEST_F(Leftovers, OfOpenVpnThatWasUpAreTheDefaultRoutesThatItTookEvenBesideOthers) {
   Shell("ip -4 route add default via 192.0.2.7 metric 600");
   Note(EngineKind::kOpenVpn);
-  Shell("ip -4 route del default metric 100");
+  TakeDefault("metric 100");
   NoteUp();
+  EndTunnel();
   Remove();
   ExpectAsNoted();
 }
@@ -267,17 +315,19 @@ TEST_F(Leftovers, OfOpenVpnIsADefaultRouteThatCameBackBare) {
       "ip -4 route del default; ip -4 route add default via 192.0.2.1 proto dhcp metric 100 src "
       "192.0.2.2");
   Note(EngineKind::kOpenVpn);
-  Shell("ip -4 route del default");
+  TakeDefault("metric 100");
   NoteUp();
+  EndTunnel();
   Shell("ip -4 route add default via 192.0.2.1");
   Remove();
   ExpectAsNoted();
 }
 
-TEST_F(Leftovers, ThatWereNotedAreRemovedEvenIfTheyLookLikeNobodys) {
+TEST_F(Leftovers, ThatWereNotedAreRemoved) {
   Note(EngineKind::kSingBox);
-  Shell("ip rule add priority 9003 from 192.0.2.5 lookup 2022");
+  AddSingBoxRules("-4");
   NoteUp();
+  Shell("ip route add default dev cable0 table 2022; ip route del default table 2022");
   Remove();
   ExpectAsNoted();
 }
