@@ -26,7 +26,8 @@ class KernelWorld : public PrivateWorld {
     PrivateWorld::SetUp();
     Shell(
         // Without addresses that come when the kernel is ready.
-        "ip link add cable0 addrgenmode none type veth peer name cable0-far addrgenmode none &&"
+        "ip link add cable0 type veth peer name cable0-far &&"
+        "ip link set cable0 addrgenmode none && ip link set cable0-far addrgenmode none &&"
         "ip link set cable0-far up && ip link set cable0 up && ip addr add 192.0.2.2/24 dev cable0 "
         "&&"
         "ip addr add 2001:db8::2/64 dev cable0 nodad &&"
