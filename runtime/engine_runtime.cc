@@ -23,7 +23,7 @@ constexpr char kUnavailable[] = " runtime is unavailable. Repair the QuorvexVPN 
 constexpr char kForced[] = " required forced termination; route cleanup needs verification.";
 constexpr char kStoppedUnexpectedly[] = " stopped unexpectedly.";
 // An engine may add its last rules after its tunnel looks complete. Two polls later it has.
-constexpr int kNotes = 2;
+constexpr int kPollsToSettle = 2;
 constexpr char kNoTunnel[] = "No tunnel interface is active.";
 
 bool Fail(std::string sentence, std::string* error) {
@@ -71,8 +71,8 @@ bool EngineRuntime::Start(EngineKind engine, const std::string& protocol,
                            ? StartWireGuard(rawConfig, cancelled, error)
                            : StartProcessEngine(engine, protocol, rawConfig, cancelled, error);
   if (started) {
-    NoteTunnel(false);
-    notesDue = kNotes;
+    NoteTunnel(TunnelAge::kNew);
+    pollsToSettle = kPollsToSettle;
     OpenWayIntoTunnel(engine, rawConfig, LocalNetworks::kOutside);
   } else {
     ClearGround();
@@ -127,7 +127,7 @@ bool EngineRuntime::StopProcess(std::string* error) {
 void EngineRuntime::ForgetEngine() {
   process.reset();
   kind = EngineKind::kUnsupported;
-  notesDue = 0;
+  pollsToSettle = 0;
   activeConfigPath.clear();
   namedServers.clear();
 }
@@ -162,8 +162,8 @@ bool EngineRuntime::PollLostTunnel(std::string* error) {
     return false;
   }
   if (TunnelInterfaceExists(kind)) {
-    if (notesDue > 0) {
-      NoteTunnel(--notesDue == 0);
+    if (pollsToSettle > 0 && --pollsToSettle == 0) {
+      NoteTunnel(TunnelAge::kSettled);
     }
     return false;
   }

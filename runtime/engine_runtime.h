@@ -75,8 +75,8 @@ class EngineRuntime {
   // Only the process engines have one: wg-quick exits once its interface is up.
   GObjectPtr<GSubprocess> process;
   std::string activeConfigPath;
-  // How often what the tunnel changed is still to be noted, once in a poll.
-  int notesDue = 0;
+  // At the last of these, what the tunnel changed is noted for good; 0: it has been.
+  int pollsToSettle = 0;
   // What was looked up for the engine before its start.
   std::vector<NamedServer> namedServers;
 };

@@ -118,11 +118,11 @@ bool PrepareGround(EngineKind engine, const std::string& rawConfig,
   return NoteWhatStands(&record, error) && StoreGroundRecord(record, error);
 }
 
-void NoteTunnel(bool isLast) {
+void NoteTunnel(TunnelAge age) {
   std::string error = "there is no record";
   const std::optional<GroundRecord> record = LoadGroundRecord();
   GroundRecord changes;
-  changes.isSettled = isLast;
+  changes.isSettled = age == TunnelAge::kSettled;
   if (!record || !NoteWhatChanged(*record, &changes, &error) ||
       !AppendGroundRecord(changes, &error)) {
     g_log(nullptr, G_LOG_LEVEL_WARNING, "What the tunnel changed could not be recorded: %s",

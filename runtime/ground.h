@@ -21,10 +21,12 @@ namespace quorvex::linux_service {
 [[nodiscard]] bool PrepareGround(EngineKind engine, const std::string& rawConfig,
                                  const std::vector<NamedServer>& servers, std::string* error);
 
-// Once the tunnel is up: records what the engine has changed. An engine may go on for a moment
-// after its tunnel looks complete, so it is to be called again; after the `isLast` time, nothing
-// that comes later counts as the engine's. What cannot be recorded is logged.
-void NoteTunnel(bool isLast);
+enum class TunnelAge { kNew, kSettled };
+
+// Records what the engine has changed: once when the tunnel is up and, since an engine may add its
+// last rules after its tunnel looks complete, a second time when it has settled. Nothing that comes
+// later counts as the engine's. What cannot be recorded is logged.
+void NoteTunnel(TunnelAge age);
 
 // After an engine of this or of an earlier run of the service has ended: removes what it left and
 // the record. Does nothing without a record. What cannot be removed is logged; the record then

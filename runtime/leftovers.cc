@@ -366,7 +366,7 @@ bool NoteWhatChanged(const GroundRecord& record, GroundRecord* changes, std::str
     return false;
   }
   KeepDescriptions(LikelyRules(*leaves, record, kernel), &changes->addedRules);
-  if (leaves->routes) {
+  if (leaves->routes && !changes->isSettled) {
     KeepDescriptions(RoutesPastTunnel(record, kernel), &changes->addedRoutes);
     if (TakesDefault(kernel)) {
       changes->takenRoutes = MissingDefaults(record, kernel);

@@ -14,7 +14,8 @@ namespace quorvex::linux_service {
 // (not null) says why.
 [[nodiscard]] bool NoteWhatStands(GroundRecord* record, std::string* error);
 
-// Notes in `changes`, now that the record's tunnel is up, what its engine has added and taken away.
+// Notes in `changes`, now that the record's tunnel is up, what its engine has added and taken away;
+// with `changes` settled, rules alone: routes come all at once.
 [[nodiscard]] bool NoteWhatChanged(const GroundRecord& record, GroundRecord* changes,
                                    std::string* error);
 
