@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "control/output.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "control/json_text.h"
+#include "runtime/glib_ptr.h"
+
+namespace quorvex::control {
+namespace {
+
+using DateTimePtr = std::unique_ptr<GDateTime, ReleaseWith<g_date_time_unref>>;
+
+constexpr std::int64_t kMinute = 60;
+constexpr std::int64_t kHour = 60 * kMinute;
+constexpr std::int64_t kDay = 24 * kHour;
+
+void Write(std::FILE* stream, const std::string& text) {
+  // Whoever closed our output does not want to read it.
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stream));
+  static_cast<void>(std::fflush(stream));
+}
+
+std::string TwoUnits(std::int64_t value, std::int64_t large, const char* largeName,
+                     std::int64_t small, const char* smallName) {
+  return std::to_string(value / large) + " " + largeName + " " +
+         std::to_string(value % large / small) + " " + smallName;
+}
+
+}  // namespace
+
+void Print(const std::string& text) {
+  Write(stdout, text);
+}
+
+void Complain(const std::string& line) {
+  Write(stderr, line);
+}
+
+std::string FailureText(const Failure& failure) {
+  const std::string hint = failure.hint.empty() ? "" : "  " + failure.hint + "\n";
+  return "quorvexvpnctl: " + Printable(failure.message) + "\n" + hint;
+}
+
+std::string FailureJson(const Failure& failure) {
+  return JsonText()
+      .String("error", failure.message)
+      .StringOrNull("hint", failure.hint)
+      .Integer("exitCode", failure.exitCode)
+      .End();
+}
+
+int Report(const Failure& failure, bool json) {
+  if (json) {
+    Print(FailureJson(failure) + "\n");
+  } else {
+    Complain(FailureText(failure));
+  }
+  return failure.exitCode;
+}
+
+std::string LocalTime(std::int64_t epochMillis, const char* format) {
+  const DateTimePtr time(g_date_time_new_from_unix_local(epochMillis / 1000));
+  return time != nullptr ? GCharPtr(g_date_time_format(time.get(), format)).get() : "?";
+}
+
+std::string IsoTime(std::int64_t epochMillis) {
+  const DateTimePtr time(g_date_time_new_from_unix_utc(epochMillis / 1000));
+  return time != nullptr ? GCharPtr(g_date_time_format_iso8601(time.get())).get() : "";
+}
+
+std::string DurationText(std::int64_t seconds) {
+  if (seconds < kMinute) {
+    return std::to_string(std::max<std::int64_t>(seconds, 0)) + " s";
+  }
+  if (seconds < kHour) {
+    return TwoUnits(seconds, kMinute, "min", 1, "s");
+  }
+  return seconds < kDay ? TwoUnits(seconds, kHour, "h", kMinute, "min")
+                        : TwoUnits(seconds, kDay, "d", kHour, "h");
+}
+
+std::string Printable(const std::string& text) {
+  std::string harmless = text;
+  std::ranges::replace_if(
+      harmless, [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; },
+      '?');
+  return harmless;
+}
+
+}  // namespace quorvex::control
