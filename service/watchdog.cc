@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::string_view kAlive = "WATCHDOG=1";
+// So the main loop may stand still for three quarters of the interval.
+constexpr std::int64_t kReportsInAnInterval = 4;
 
 // What systemd asked for. Zero: nobody watches. Written once, before the threads that read it.
 milliseconds g_pause{0};
@@ -108,8 +110,8 @@ void TakeWatchdogFromEnvironment() {
   }
   g_socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (g_socket >= 0) {
-    const std::chrono::microseconds half(*interval / 2);
-    g_pause = std::max(milliseconds(1), std::chrono::duration_cast<milliseconds>(half));
+    const std::chrono::microseconds quarter(*interval / kReportsInAnInterval);
+    g_pause = std::max(milliseconds(1), std::chrono::duration_cast<milliseconds>(quarter));
   }
 }
 

@@ -15,8 +15,8 @@ struct Service;
 // of it: an engine would else speak in the service's name. Called before there is a second thread.
 void TakeWatchdogFromEnvironment();
 
-// Reports from the default main context, twice in systemd's interval, so that a main loop which
-// hangs is noticed; and not any more while a worker takes longer than any can.
+// Reports from the default main context, four times in systemd's interval, so that a main loop
+// which hangs is noticed; and not any more while a worker takes longer than any can.
 void ReportFromMainLoop(Service* service);
 
 // Tells whether the workers move, by what the main loop sees of them now and then.

@@ -27,7 +27,7 @@ def pytest_configure(config):
         raise pytest.UsageError("worlds are made of namespaces: run these tests as root")
 
 
-@pytest.fixture
+@pytest.fixture(scope="session")
 def make_world(request):
     """A World with the options of this run; for tests that want other arguments."""
     def make(**more) -> World:

@@ -12,8 +12,10 @@ WORLD_PACKAGES=(dbus-daemon polkitd iproute2 iputils-ping nftables wireguard-too
 # What the tunnel kind needs beside WireGuard: an engine, certificates for it, a name server, and
 # what fetches the engines that Debian does not have.
 ENGINE_PACKAGES=(openvpn openssl dnsmasq-base python3-pip)
-# The debuggers' tracer sees system calls; seccomp makes them fail in unit tests.
-TEST_PACKAGES=(libgtest-dev libgmock-dev libseccomp-dev strace)
+# What builds the Debian package and boots a machine with it.
+SYSTEM_PACKAGES=(build-essential debhelper debootstrap dpkg-dev fakeroot lintian systemd-container)
+# systemd judges the unit. The debuggers' tracer sees system calls; seccomp makes them fail in unit tests.
+TEST_PACKAGES=(libgtest-dev libgmock-dev libseccomp-dev strace systemd dbus-bin groff-base zsh fish)
 # Only the lint and the coverage report.
 LINT_PACKAGES=(clang clang-format clang-tidy shellcheck git)
 COVERAGE_PACKAGES=(gcovr)

@@ -33,7 +33,8 @@ OURS = re.compile(
     rb"quorvex_world/factory|/usr/libexec/quorvexvpn|/run/quorvexvpn|"
     rb"(^|/)(wg-quick|wireguard-go|awg-quick|amneziawg-go|sing-box|xray|openvpn)(\0|$)")
 FOLDERS = ("/run", "/run/netns", "/run/wireguard", "/run/quorvexvpn", "/etc/wireguard")
-LEFTOVERS = (("/usr/libexec", "quorvexvpn*"), ("/tmp", "quorvex-*"), ("/dev/shm", "quorvex*"))
+LEFTOVERS = (("/usr/libexec", "quorvexvpn*"), ("/tmp", "quorvex-*"), ("/dev/shm", "quorvex*"),
+             ("/sys/fs/cgroup", "quorvexvpn-test-*"), ("/sys/fs/cgroup/memory", "quorvexvpn-test-*"))
 # The kernel takes a network namespace down some time after its last process.
 PATIENCE_SECONDS = "5"
 
