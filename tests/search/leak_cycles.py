@@ -94,7 +94,7 @@ def main() -> int:
     parser.add_argument("--with-a-hole", action="store_true", help="the positive control")
     options = parser.parse_args()
     for kind in ENGINES:
-        if reason := engines.missing(kind.engine):
+        if reason := engines.missing(kind.kit):
             print("skipped:", reason)
             return CANNOT_RUN
     return Search(options).run()

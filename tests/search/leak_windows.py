@@ -91,7 +91,6 @@ class Run:
         began = time.time()
         self.machine.restart()
         said = time.time()
-        self.machine.clear_residue()
         self.machine.await_all()
         self.first("start after a crash to the first packet in the clear", began, said)
 

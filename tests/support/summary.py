@@ -15,7 +15,7 @@ import xml.etree.ElementTree as ElementTree
 from collections import Counter
 from pathlib import Path
 
-KINDS = ("unit", "bus", "tunnel")
+KINDS = ("unit", "bus", "tunnel", "system")
 PYTEST_COUNT = re.compile(r"(\d+) (passed|failed|skipped|errors?)\b")
 PYTEST_SKIP = re.compile(r"^SKIPPED \[\d+\] .*?: (.*)$", re.MULTILINE)
 # The last line that pytest prints, whatever it counted.
@@ -26,13 +26,15 @@ GOOGLETEST_COUNTS = (("passed", re.compile(r"^\[  PASSED  \] (\d+) tests?\.", re
                      ("skipped", re.compile(r"^\[  SKIPPED \] (\d+) tests?, listed", re.MULTILINE)))
 
 # The folders of tests that are neither the bus's nor unit tests.
-TUNNEL_FOLDERS = ("tunnel/", "leaks/", "search/")
+TUNNEL_FOLDERS = ("tunnel/", "leaks/", "leftovers/", "faults/", "search/")
 
 
 def kind_of(name: str) -> str:
     """The kind of an entry by its name: files stand in the folder of their kind."""
     if name.startswith("unit/"):
         return "unit"
+    if name.startswith("system/"):
+        return "system"
     return "tunnel" if name.startswith(TUNNEL_FOLDERS) else "bus"
 
 

@@ -32,14 +32,9 @@ def engine_killed(machine: LeakMachine) -> None:
     closed(machine)
     machine.alice.mark()
     machine.signal_engine("KILL")
-    if machine.world.tunnel.engine == "WireGuard":
-        # Nobody watches this one.
-        machine.world.poll(lambda: not machine.world.interface_exists("quorvexvpn"), what="the interface to go")
-    else:
-        machine.alice.wait_stage("error")
+    machine.alice.wait_stage("error")
     machine.rounds()
     machine.disconnect()
-    machine.clear_residue()
 
 
 def engine_frozen(machine: LeakMachine) -> None:
@@ -52,13 +47,12 @@ def engine_frozen(machine: LeakMachine) -> None:
 
 
 def service_killed(machine: LeakMachine) -> None:
-    """The service alone; its engine goes on, and still does when the service is back."""
+    """The service alone; its engine goes on until the service is back."""
     closed(machine)
     machine.service.kill()
     machine.service.wait()
     machine.rounds(8)
     machine.restart()
-    machine.clear_residue()
 
 
 def all_killed(machine: LeakMachine) -> None:
@@ -69,7 +63,6 @@ def all_killed(machine: LeakMachine) -> None:
     machine.signal_engine("KILL")
     machine.rounds(8)
     machine.restart()
-    machine.clear_residue()
 
 
 def service_stopped(machine: LeakMachine) -> None:

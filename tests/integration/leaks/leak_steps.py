@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """A machine with a kill switch whose programs send all the time, and a far side that counts what gets out."""
 
-import itertools
 import math
 import time
 from dataclasses import dataclass, field
@@ -104,19 +103,6 @@ class LeakMachine(Machine):
         self.wish(False)
         self.service = self.world.start_service()
 
-    def clear_residue(self) -> None:
-        """What the administrator does about an engine that was killed or outlived its service, where anything is left.
-
-        sing-box's table sends all TCP and all questions for names to a port at which nobody listens any more.
-        """
-        if self.engine_pids():
-            self.signal_engine("TERM")
-        self.world.poll(lambda: not self.engine_pids(), what="the end of the engine")
-        if "table inet sing-box {" in self.world.state().nftables:
-            self.world.run(["/media/sbin/nft", "delete table inet sing-box"])
-            for family, preference in itertools.product(("-4", "-6"), ("9000", "9001", "9002", "32768")):
-                self.world.run([IP, family, "rule", "del", "pref", preference], check=False)
-
     def move(self) -> None:
         """The cable is pulled, and comes back with other addresses of ours."""
         self.place = 1 - self.place
@@ -152,7 +138,7 @@ class LeakMachine(Machine):
 
 
 def start_server(world, kind: type[TunnelServer]) -> TunnelServer:
-    engines.install(world, kind.engine)
+    engines.install(world, kind.kit)
     several = {"listen": (*SERVERS, "fd99::2")} if kind is SingBoxServer else {}
     return kind(world.server, **several)
 

@@ -20,7 +20,6 @@ from tunnel_steps import IP
 pytestmark = pytest.mark.tunnel
 
 GUEST = "guest"
-UDP_OF_A_GUEST = {one.name for one in FORWARDED if one.how == "udp"}
 
 
 def names(kinds) -> set[str]:
@@ -78,11 +77,7 @@ def test_a_guests_traffic_takes_the_tunnel_while_there_is_one_and_gets_out_when_
     # sing-box leads questions for names astray as their flows begin, and these have begun long ago.
     known = {one.name for one in FORWARDED if one.how == "dns"} if kind is SingBoxServer else set()
     assert seen_now(machine) == known
+    machine.alice.mark()
     machine.signal_engine("KILL")
-    world.poll(lambda: not machine.engine_pids(), what="the end of the engine")
-    seen = seen_now(machine)
-    if kind is SingBoxServer:
-        # What a killed one leaves keeps TCP alone.
-        assert seen == known | UDP_OF_A_GUEST
-    else:
-        assert seen == names(FORWARDED)
+    machine.alice.wait_stage("error")
+    assert seen_now(machine) == names(FORWARDED)

@@ -24,12 +24,12 @@ FULL_ROUTES = {
     "Xray": ["default dev quorvex-xray0 metric 1"],
 }
 
-by_engine = functools.partial(pytest.mark.parametrize, "kind", ids=lambda kind: kind.engine)
+by_engine = functools.partial(pytest.mark.parametrize, "kind", ids=lambda kind: kind.kit)
 
 
 def need(*kinds: type[TunnelServer]) -> None:
     for kind in kinds:
-        if reason := engines.missing(kind.engine):
+        if reason := engines.missing(kind.kit):
             pytest.skip(reason)
 
 

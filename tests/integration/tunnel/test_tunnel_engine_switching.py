@@ -23,7 +23,7 @@ def machine(world) -> Machine:
     need(*ALL)
     furnish(world)
     for kind in ALL[1:]:
-        engines.install(world, kind.engine)
+        engines.install(world, kind.kit)
     world.servers = [world.tunnel, *(kind(world.server) for kind in ALL[1:])]
     return Machine(world, world.start_service(), world.client("alice"))
 

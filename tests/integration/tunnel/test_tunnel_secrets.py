@@ -178,7 +178,7 @@ def test_many_generated_private_keys_are_all_forgotten(watched):
 # Command lines, environments, files, journal
 
 # What the service and its tools open for writing; "/dev/null" and the like apart, there is nothing but this.
-WRITTEN = {CONFIG, "/proc/sys/net/ipv4/conf/all/src_valid_mark", "/dev/net/tun"}
+WRITTEN = {CONFIG, "/run/quorvexvpn-ground/record", "/proc/sys/net/ipv4/conf/all/src_valid_mark", "/dev/net/tun"}
 
 
 def test_every_program_started_and_every_file_written_is_known_and_keyless(machine):

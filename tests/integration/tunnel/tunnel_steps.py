@@ -14,6 +14,8 @@ TUNNEL4, TUNNEL6 = "10.8.0.2", "fd08::2"
 SERVER = "10.99.0.2.51820"
 # The server's machine has one more address on the cable.
 SECOND_ADDRESS = "10.99.0.3"
+# One that only the gateway leads to, so that an engine may need a route of its own to it.
+BEHIND_GATEWAY = "10.88.0.2"
 
 IP = "/usr/bin/ip"
 CONFIG = "/run/quorvexvpn/quorvexvpn.conf"
@@ -29,13 +31,14 @@ DATAGRAM = re.compile(r"IP6? (\S+) > (\S+): UDP, length \d+")
 def furnish(world, kind: type[TunnelServer] = WireGuardServer, **options) -> None:
     """Real tools, and across a cable one engine's server before web and echo servers of both families."""
     world.real_tools()
-    engines.install(world, kind.engine)
+    engines.install(world, kind.kit)
     server = world.server = world.peer("server")
     world.link(server, f"{DIRECT4}/24", "10.99.0.2/24", v6=(f"{DIRECT6}/64", "fd99::2/64"))
     # Link-local addresses come and settle by themselves for a second or two, which would pass for a change.
     world.run([IP, "-6", "address", "flush", "dev", "phys0", "scope", "link"])
     server.run([IP, "-6", "address", "flush", "dev", "phys0-peer", "scope", "link"])
     server.add_address(f"{SECOND_ADDRESS}/24", device="phys0-peer")
+    server.add_address(f"{BEHIND_GATEWAY}/32")
     for address, length in ((FAR4, 32), (FAR6, 128)):
         server.add_address(f"{address}/{length}")
         server.http_server(address)

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Private machines for tests of the real service; README.md beside this package shows their use."""
 
+from .amnezia import AmneziaServer
 from .client import BUS_NAME, INTERFACE, OBJECT_PATH, BusError, Client, Pending, Signal, Variant
 from .name_server import NameServer
 from .openvpn import OpenVpnServer
@@ -16,7 +17,7 @@ from .world import World, WorldFault
 from .xray import XrayServer
 
 __all__ = [
-    "BUS_NAME", "Behaviour", "BusError", "Call", "Client", "CommandFailed", "Completed", "Gate",
+    "AmneziaServer", "BUS_NAME", "Behaviour", "BusError", "Call", "Client", "CommandFailed", "Completed", "Gate",
     "INTERFACE", "NameServer", "OBJECT_PATH", "OpenVpnServer", "Peer", "Pending", "Process",
     "Service", "Signal", "SingBoxServer", "StandIn", "State", "TunnelServer", "Variant",
     "WireGuardServer", "World", "WorldFault", "XrayServer", "diff_states",

@@ -7,6 +7,8 @@ tests/support/engines fetches sing-box and Xray; OpenVPN and the WireGuard tools
 import os
 from pathlib import Path
 
+from . import amnezia
+
 FETCHED = Path(__file__).resolve().parents[3] / "build/engines"
 SING_BOX = FETCHED / "sing-box"
 XRAY = FETCHED / "xray"
@@ -15,7 +17,7 @@ INSTALLED = "/usr/libexec/quorvexvpn"
 INTERPRETER = Path("/usr/bin/python3").resolve()
 
 PROGRAMS = {"OpenVPN": OPENVPN, "Sing-box": SING_BOX, "Xray": XRAY,
-            "WireGuard": Path("/usr/bin/wg-quick")}
+            "WireGuard": Path("/usr/bin/wg-quick"), "AmneziaWG": amnezia.WIREGUARD_GO}
 
 
 def missing(engine: str) -> str:
@@ -31,7 +33,7 @@ def install(world, engine: str) -> None:
     if reason := missing(engine):
         raise FileNotFoundError(reason)
     {"OpenVPN": _install_openvpn, "Sing-box": _install_sing_box, "Xray": _install_xray,
-     "WireGuard": lambda world: None}[engine](world)
+     "AmneziaWG": amnezia.install, "WireGuard": lambda world: None}[engine](world)
 
 
 def _install_openvpn(world) -> None:

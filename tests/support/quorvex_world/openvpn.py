@@ -39,6 +39,7 @@ class OpenVpnServer(TunnelServer):
     """Debian's openvpn at `peer`, address 10.9.0.1; answers on all of the peer's addresses."""
 
     protocol, engine = "openVpn", "OpenVPN"
+    kit = engine
     interface, config = "tun-quorvexvpn", "/run/quorvexvpn/openvpn.ovpn"
     seen_as4, seen_as6 = "10.9.0.2", "fd09::1000"
     carries_ping = True

@@ -21,6 +21,7 @@ class SingBoxServer(TunnelServer):
     """
 
     protocol, engine = "shadowsocks", "Sing-box"
+    kit = engine
     interface, config = "quorvex-sbox0", "/run/quorvexvpn/sing-box.json"
     seen_as4, seen_as6 = "203.0.113.9", "2001:db8:113::9"
     # The TUN device answers for everybody.

@@ -7,15 +7,26 @@ import stat
 from dataclasses import dataclass, fields
 from pathlib import Path
 
+# What a tunnel's tools may set for each interface.
+SETTINGS = " ".join([*(f"/proc/sys/net/ipv4/conf/*/{name}" for name in ("rp_filter", "forwarding", "route_localnet")),
+                     *(f"/proc/sys/net/ipv6/conf/*/{name}" for name in ("accept_ra", "forwarding", "disable_ipv6")),
+                     "/proc/sys/net/ipv4/ip_forward"])
+# Where engines and the service leave files and sockets.
+FOLDERS = {"runtime_files": "/run/quorvexvpn", "ground_files": "/run/quorvexvpn-ground",
+           "wireguard_files": "/run/wireguard", "amnezia_files": "/run/amneziawg",
+           "openvpn_files": "/run/openvpn"}
 # Each section's command; /media is the host's /usr, where no stand-in replaces a tool.
 COMMANDS = {
     "links": "/media/bin/ip -o link",
     "addresses": "/media/bin/ip -o address",
-    "routes4": "/media/bin/ip -4 route show table all",
-    "routes6": "/media/bin/ip -6 route show table all",
+    # Their order says only which of several came first.
+    "routes4": "/media/bin/ip -4 route show table all | sort",
+    "routes6": "/media/bin/ip -6 route show table all | sort",
     "rules4": "/media/bin/ip -4 rule",
     "rules6": "/media/bin/ip -6 rule",
     "nftables": "/media/sbin/nft list ruleset",
+    "listening": "/media/bin/ss -Hlntu | tr -s ' ' | sort",
+    "settings": f"grep -s . {SETTINGS}",
 }
 SEPARATOR = "=-=-="
 # Numbers that differ between equal states.
@@ -37,9 +48,14 @@ class State:
     rules4: list[str]
     rules6: list[str]
     nftables: list[str]
+    listening: list[str]
+    settings: list[str]
     processes: list[str]
     runtime_files: list[str]
+    ground_files: list[str]
     wireguard_files: list[str]
+    amnezia_files: list[str]
+    openvpn_files: list[str]
     # wg-quick leaves it at 1 even after an orderly `down`, so it takes no part in comparisons.
     src_valid_mark: int
 
@@ -51,8 +67,7 @@ def take(world) -> State:
     return State(
         **dict(zip(COMMANDS, sections, strict=True)),
         processes=sorted(" ".join(process["argv"]) for process in world.processes()),
-        runtime_files=_list(world.path("/run/quorvexvpn")),
-        wireguard_files=_list(world.path("/run/wireguard")),
+        **{name: _list(world.path(path)) for name, path in FOLDERS.items()},
         src_valid_mark=_sysctl(world, "net/ipv4/conf/all/src_valid_mark"))
 
 

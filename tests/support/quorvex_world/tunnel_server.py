@@ -12,6 +12,8 @@ class TunnelServer:
     engine: str
     interface: str
     config: str
+    # The name by which engines.install() knows the programs.
+    kit: str
     # The client's addresses as servers behind this one see them.
     seen_as4: str
     seen_as6: str

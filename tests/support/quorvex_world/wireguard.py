@@ -14,6 +14,7 @@ class WireGuardServer(TunnelServer):
     """wireguard-go at `peer`, address 10.8.0.1, one client with address 10.8.0.2."""
 
     protocol, engine = "wireGuard", "WireGuard"
+    kit = engine
     interface, config = "quorvexvpn", "/run/quorvexvpn/quorvexvpn.conf"
     seen_as4, seen_as6 = "10.8.0.2", "fd08::2"
     carries_ping = True

@@ -17,6 +17,7 @@ class XrayServer(TunnelServer):
     """
 
     protocol, engine = "xray", "Xray"
+    kit = engine
     interface, config = "quorvex-xray0", "/run/quorvexvpn/xray.json"
     seen_as4, seen_as6 = "203.0.113.9", "2001:db8:113::9"
     # The TUN device answers for everybody.
