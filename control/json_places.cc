@@ -137,7 +137,7 @@ class Transplant {
  public:
   Transplant(const std::string& protocol, std::string_view member, const std::string& path) {
     text.reserve(member.size() + 512);
-    text.append(1, '{');
+    text = "{";
     for (const PlainMember& plain : PlainProfile(protocol)) {
       text.append(plain.name == path ? "" : plain.text + ",");
     }

@@ -30,6 +30,7 @@ struct List {
 constexpr std::array kLists = {
     List{"rule", &GroundRecord::rules},
     List{"route", &GroundRecord::routes},
+    List{"table", &GroundRecord::tables},
     List{"server", &GroundRecord::servers},
     List{"added-rule", &GroundRecord::addedRules},
     List{"added-route", &GroundRecord::addedRoutes},

@@ -18,6 +18,8 @@ struct GroundRecord {
   // Descriptions of routing rules and of main-table routes (see routing_rules.h, main_routes.h).
   std::vector<std::string> rules;
   std::vector<std::string> routes;
+  // Numbers of tables of nftables, in decimal.
+  std::vector<std::string> tables;
   // The servers' addresses, 4 or 16 bytes each in network order.
   std::vector<std::string> servers;
   // What the engine has added and taken away, as far as it was noted.

@@ -303,14 +303,31 @@ bool RestoreRoutes(const GroundRecord& record, const Kernel& kernel, std::string
   return restored;
 }
 
-bool IsOurs(const NftTable& table, std::span<const TableName> names) {
-  return std::ranges::any_of(names, [&table](const TableName& name) {
+// sing-box builds its table in several steps, the first of which bring no rules.
+bool IsHalfBuilt(const NftTable& table, const GroundRecord& record) {
+  return !IsIn(record.tables, std::to_string(table.handle)) && NftTableIsWithoutRules(table);
+}
+
+bool IsOurs(const NftTable& table, std::span<const TableName> names, const GroundRecord& record) {
+  return std::ranges::any_of(names, [&](const TableName& name) {
     return table.family == name.family && table.name == name.name &&
-           (name.interface == nullptr || NftTableNamesInterface(table, name.interface));
+           (name.interface == nullptr || NftTableNamesInterface(table, name.interface) ||
+            IsHalfBuilt(table, record));
   });
 }
 
-bool RemoveTables(const Leaves& leaves, std::string* error) {
+bool NoteTables(const Leaves& leaves, GroundRecord* record, std::string* error) {
+  std::vector<NftTable> tables;
+  if (!leaves.tables.empty() && !ListNftTables(&tables, error)) {
+    return false;
+  }
+  for (const NftTable& table : tables) {
+    record->tables.push_back(std::to_string(table.handle));
+  }
+  return true;
+}
+
+bool RemoveTables(const Leaves& leaves, const GroundRecord& record, std::string* error) {
   std::vector<NftTable> tables;
   if (leaves.tables.empty()) {
     return true;
@@ -320,7 +337,7 @@ bool RemoveTables(const Leaves& leaves, std::string* error) {
   }
   bool removed = true;
   for (const NftTable& table : tables) {
-    removed = (!IsOurs(table, leaves.tables) || DeleteNftTable(table, error)) && removed;
+    removed = (!IsOurs(table, leaves.tables, record) || DeleteNftTable(table, error)) && removed;
   }
   return removed;
 }
@@ -345,7 +362,7 @@ bool NoteWhatStands(GroundRecord* record, std::string* error) {
   if (leaves == nullptr) {
     return true;
   }
-  if (!ListKernel(*leaves, &kernel, error)) {
+  if (!ListKernel(*leaves, &kernel, error) || !NoteTables(*leaves, record, error)) {
     return false;
   }
   KeepDescriptions(kernel.rules, &record->rules);
@@ -383,7 +400,7 @@ bool RemoveLeftovers(const GroundRecord& record, std::string* error) {
   }
   // The table first: as long as sing-box's stands, the machine's connections go to its dead port,
   // which any user may open.
-  const bool tables = RemoveTables(*leaves, error);
+  const bool tables = RemoveTables(*leaves, record, error);
   const bool sockets = RemoveSockets(*leaves, error);
   if (!ListKernel(*leaves, &kernel, error)) {
     return false;

@@ -64,6 +64,8 @@ struct InterfaceSearch {
   // As nft compares interface names: filled up with zeros.
   std::array<char, IFNAMSIZ> name{};
   bool found = false;
+  // How many rules were searched.
+  std::size_t rules = 0;
 };
 
 // The walk through a rule goes down four levels: its expressions, one expression, the data of a
@@ -105,11 +107,23 @@ int ReadRuleAttribute(const nlattr* attribute, void* data) {
 }
 
 int SearchRule(const nlmsghdr* message, void* data) {
+  ++static_cast<InterfaceSearch*>(data)->rules;
   return mnl_attr_parse(message, sizeof(nfgenmsg), ReadRuleAttribute, data);
 }
 
 void RestartSearch(void* data) {
-  static_cast<InterfaceSearch*>(data)->found = false;
+  auto* search = static_cast<InterfaceSearch*>(data);
+  search->found = false;
+  search->rules = 0;
+}
+
+bool Search(const NftTable& table, InterfaceSearch* search) {
+  NetlinkBuffer buffer;
+  const nfgenmsg header = Header(table.family, 0);
+  nlmsghdr* request = PutNetlinkMessage(&buffer, NftMessage(NFT_MSG_GETRULE),
+                                        NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
+  mnl_attr_put_strz(request, NFTA_RULE_TABLE, table.name.c_str());
+  return ListFromKernel(NETLINK_NETFILTER, request, SearchRule, search, RestartSearch) == 0;
 }
 
 // A transaction: its beginning, the deletion, its end. Returns the length in bytes.
@@ -153,13 +167,12 @@ bool NftTableNamesInterface(const NftTable& table, const std::string& interface)
     return false;
   }
   std::ranges::copy(interface, search.name.begin());
-  NetlinkBuffer buffer;
-  const nfgenmsg header = Header(table.family, 0);
-  nlmsghdr* request = PutNetlinkMessage(&buffer, NftMessage(NFT_MSG_GETRULE),
-                                        NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
-  mnl_attr_put_strz(request, NFTA_RULE_TABLE, table.name.c_str());
-  return ListFromKernel(NETLINK_NETFILTER, request, SearchRule, &search, RestartSearch) == 0 &&
-         search.found;
+  return Search(table, &search) && search.found;
+}
+
+bool NftTableIsWithoutRules(const NftTable& table) {
+  InterfaceSearch search;
+  return Search(table, &search) && search.rules == 0;
 }
 
 bool DeleteNftTable(const NftTable& table, std::string* error) {

@@ -26,6 +26,9 @@ struct NftTable {
 // when that cannot be found out.
 [[nodiscard]] bool NftTableNamesInterface(const NftTable& table, const std::string& interface);
 
+// Whether the table has no rule. False as well when that cannot be found out.
+[[nodiscard]] bool NftTableIsWithoutRules(const NftTable& table);
+
 // Deletes this very table with all that is in it, and not another of the same name; one that has
 // gone meanwhile counts as deleted.
 [[nodiscard]] bool DeleteNftTable(const NftTable& table, std::string* error);

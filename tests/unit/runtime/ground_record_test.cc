@@ -17,6 +17,7 @@ GroundRecord Sample() {
   return {EngineKind::kOpenVpn,
           {"\x02\x00\xff"s, "rule"},
           {"\n "s},
+          {"12"},
           {"\xc6\x33\x64\x08"s},
           {"a"},
           {"b", "c"},
@@ -29,6 +30,7 @@ void ExpectSample(const std::optional<GroundRecord>& read) {
   EXPECT_EQ(read->engine, Sample().engine);
   EXPECT_EQ(read->rules, Sample().rules);
   EXPECT_EQ(read->routes, Sample().routes);
+  EXPECT_EQ(read->tables, Sample().tables);
   EXPECT_EQ(read->servers, Sample().servers);
   EXPECT_EQ(read->isSettled, Sample().isSettled);
   EXPECT_EQ(read->addedRules, Sample().addedRules);
@@ -38,7 +40,8 @@ void ExpectSample(const std::optional<GroundRecord>& read) {
 
 TEST(AGroundText, IsReadableLines) {
   EXPECT_EQ(WriteGroundText(Sample()),
-            "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\nserver c6336408\nadded-rule 61\n"
+            "engine 4\nrule 0200ff\nrule 72756c65\nroute 0a20\ntable 3132\nserver "
+            "c6336408\nadded-rule 61\n"
             "added-route 62\nadded-route 63\ntaken-route 64\nsettled\nwhole\n");
 }
 
@@ -85,7 +88,7 @@ TEST(AGroundText, OfZerosIsNone) {
 
 TEST(AGroundText, WithAnotherWordOrOddDigitsIsNone) {
   for (const char* text : {"engine 1\nroute 0\nwhole\n", "engine 1\nroute 0g\nwhole\n",
-                           "engine one\nwhole\n", "table 00\nwhole\n", "rule\nwhole\n",
+                           "engine one\nwhole\n", "chain 00\nwhole\n", "rule\nwhole\n",
                            "engine 1 \nwhole\n", "engine -1\nwhole\n", "rule +1\nwhole\n"}) {
     EXPECT_FALSE(ReadGroundText(text).has_value()) << text;
   }

@@ -103,6 +103,20 @@ TEST_F(Leftovers, OfSingBoxAreNotRulesOfOtherNumbers) {
   Shell("for p in 8999 9011 32769 32768; do ip rule del priority $p; done");
 }
 
+TEST_F(Leftovers, OfSingBoxIsATableThatItHasNotFinished) {
+  Note(EngineKind::kSingBox);
+  Shell("nft 'add table inet sing-box; add set inet sing-box s { type ipv4_addr; }'");
+  Remove();
+  ExpectAsNoted();
+}
+
+TEST_F(Leftovers, OfSingBoxIsNoUnfinishedTableThatStoodBefore) {
+  Shell("nft 'add table inet sing-box; add set inet sing-box s { type ipv4_addr; }'");
+  Note(EngineKind::kSingBox);
+  Remove();
+  ExpectAsNoted();
+}
+
 TEST_F(Leftovers, OfSingBoxAreNotTheTableOfAnotherSingBox) {
   Note(EngineKind::kSingBox);
   AddSingBoxTable("other0");
