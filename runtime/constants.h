@@ -56,6 +56,9 @@ inline constexpr char kXrayInterfacePath[] = "/sys/class/net/quorvex-xray0";
 inline constexpr char kWireGuardInterfacePath[] = "/sys/class/net/quorvexvpn";
 inline constexpr char kOpenVpnInterfacePath[] = "/sys/class/net/tun-quorvexvpn";
 
+// What every tunnel in user space is made with.
+inline constexpr char kTunDevice[] = "/dev/net/tun";
+
 // The kill switch's table in the inet family of nftables.
 inline constexpr char kKillSwitchTable[] = "quorvexvpn";
 

@@ -12,6 +12,7 @@
 #include "runtime/leak_protection.h"
 #include "runtime/orphans.h"
 #include "runtime/private_files.h"
+#include "runtime/process_table.h"
 #include "runtime/server_look_up.h"
 #include "runtime/wireguard_engine.h"
 
@@ -24,6 +25,8 @@ constexpr char kForced[] = " required forced termination; route cleanup needs ve
 constexpr char kStoppedUnexpectedly[] = " stopped unexpectedly.";
 // An engine may add its last rules after its tunnel looks complete. Two polls later it has.
 constexpr int kPollsToSettle = 2;
+// As long as OpenVPN has at its start, in polls of a second.
+constexpr int kPollsToRestart = 30;
 constexpr char kNoTunnel[] = "No tunnel interface is active.";
 
 bool Fail(std::string sentence, std::string* error) {
@@ -85,6 +88,7 @@ bool EngineRuntime::Stop(std::string* error) {
   // without a way to reconnect.
   std::string killSwitchError;
   const bool unblocked = RemoveKillSwitch(&killSwitchError);
+  killSwitchIsOn = false;
   CloseWayIntoTunnel();
   const bool stopped = StopEngine(error);
   ClearGround();
@@ -128,6 +132,7 @@ void EngineRuntime::ForgetEngine() {
   process.reset();
   kind = EngineKind::kUnsupported;
   pollsToSettle = 0;
+  pollsWithoutInterface = 0;
   activeConfigPath.clear();
   namedServers.clear();
 }
@@ -157,14 +162,27 @@ bool EngineRuntime::PollUnexpectedExit(std::string* error) {
   return true;
 }
 
+// OpenVPN without `persist-tun` closes its device when it begins anew after a loss, and comes back
+// by itself. As long as the kill switch lets nothing out meanwhile, it has its usual time for that.
+// A device that was deleted is still open in the process, and does not come back.
+bool EngineRuntime::IsRestarting() {
+  return kind == EngineKind::kOpenVpn && killSwitchIsOn && process != nullptr &&
+         ++pollsWithoutInterface < kPollsToRestart &&
+         !HoldsFile(g_subprocess_get_identifier(process.get()), kTunDevice);
+}
+
 bool EngineRuntime::PollLostTunnel(std::string* error) {
   if (kind == EngineKind::kUnsupported) {
     return false;
   }
   if (TunnelInterfaceExists(kind)) {
+    pollsWithoutInterface = 0;
     if (pollsToSettle > 0 && --pollsToSettle == 0) {
       NoteTunnel(TunnelAge::kSettled);
     }
+    return false;
+  }
+  if (IsRestarting()) {
     return false;
   }
   const EngineKind lost = kind;
@@ -205,6 +223,7 @@ bool EngineRuntime::ApplyLeakProtection(const std::string& rawConfig,
     OpenWayIntoTunnel(kind, rawConfig, LocalNetworks::kOutside);
     return false;
   }
+  killSwitchIsOn = true;
   return true;
 }
 

@@ -68,6 +68,7 @@ class EngineRuntime {
   [[nodiscard]] bool StopProcess(std::string* error);
   [[nodiscard]] bool StopEngine(std::string* error);
   [[nodiscard]] bool PollLostTunnel(std::string* error);
+  [[nodiscard]] bool IsRestarting();
   void ForgetEngine();
 
   // While kind is kUnsupported, process is null and activeConfigPath is empty.
@@ -75,6 +76,10 @@ class EngineRuntime {
   // Only the process engines have one: wg-quick exits once its interface is up.
   GObjectPtr<GSubprocess> process;
   std::string activeConfigPath;
+  // Nothing leaves beside the tunnel.
+  bool killSwitchIsOn = false;
+  // For how many polls an engine that restarts itself has been without its interface.
+  int pollsWithoutInterface = 0;
   // At the last of these, what the tunnel changed is noted for good; 0: it has been.
   int pollsToSettle = 0;
   // What was looked up for the engine before its start.

@@ -171,6 +171,22 @@ bool HasArgument(const RunningProcess& process, const std::string& argument) {
   return std::ranges::find(process.arguments, argument) != process.arguments.end();
 }
 
+bool HoldsFile(const char* pid, const std::string& path) {
+  if (pid == nullptr || *pid == '\0') {
+    return false;
+  }
+  const std::string folder = std::string("/proc/") + pid + "/fd";
+  const DirectoryPtr directory(g_dir_open(folder.c_str(), 0, nullptr));
+  const char* name = directory == nullptr ? nullptr : g_dir_read_name(directory.get());
+  for (; name != nullptr; name = g_dir_read_name(directory.get())) {
+    const GCharPtr target(g_file_read_link((folder + "/" + name).c_str(), nullptr));
+    if (target != nullptr && path == target.get()) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool AwaitEnd(const std::vector<RunningProcess>& processes, std::chrono::milliseconds patience) {
   const Clock::time_point deadline = Clock::now() + patience;
   return std::ranges::all_of(

@@ -35,6 +35,10 @@ struct RunningProcess {
 // Whether one of the process's arguments is exactly `argument`.
 [[nodiscard]] bool HasArgument(const RunningProcess& process, const std::string& argument);
 
+// Whether the process with this number (null or empty: none) has the file at `path` open. False as
+// well when that may not be known.
+[[nodiscard]] bool HoldsFile(const char* pid, const std::string& path);
+
 // Waits for the end of all processes for at most `patience`; whether all have ended.
 [[nodiscard]] bool AwaitEnd(const std::vector<RunningProcess>& processes,
                             std::chrono::milliseconds patience);
