@@ -3,7 +3,6 @@
 
 #include <glib.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -85,10 +84,15 @@ std::string DurationText(std::int64_t seconds) {
 }
 
 std::string Printable(const std::string& text) {
-  std::string harmless = text;
-  std::ranges::replace_if(
-      harmless, [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; },
-      '?');
+  const GCharPtr valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
+  std::string harmless;
+  const char* next = nullptr;
+  for (const char* at = valid.get(); *at != '\0'; at = next) {
+    next = g_utf8_next_char(at);
+    // Neither controls, of which there are some beyond ASCII, nor marks that turn the text around.
+    const bool isPrinted = g_unichar_isprint(g_utf8_get_char(at)) != FALSE;
+    harmless.append(isPrinted ? std::string(at, next) : "?");
+  }
   return harmless;
 }
 

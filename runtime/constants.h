@@ -41,6 +41,9 @@ inline constexpr char kXrayConfig[] = "/run/quorvexvpn/xray.json";
 inline constexpr char kOpenVpnConfig[] = "/run/quorvexvpn/openvpn.ovpn";
 inline constexpr char kOpenVpnPid[] = "/run/quorvexvpn/openvpn.pid";
 
+// Where the service's own connection to the bus begins, for the moment in which it is made.
+inline constexpr char kBusSocket[] = "/run/quorvexvpn/bus";
+
 // What stood on the machine before an engine was started; outside the folder of configurations, so
 // that it outlives them.
 inline constexpr char kGroundDirectory[] = "/run/quorvexvpn-ground";

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "service/bus_guard.h"
 
+#include <fcntl.h>
 #include <gio/gunixsocketaddress.h>
+#include <glib/gstdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,11 +13,16 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/constants.h"
 #include "runtime/secure_clear.h"
 
 namespace quorvex::service_front {
 namespace {
 
+using linux_service::kBusSocket;
+using linux_service::kRuntimeDirectory;
+
+constexpr int kFolderMode = 0700;
 constexpr char kAddressVariable[] = "DBUS_SYSTEM_BUS_ADDRESS";
 constexpr std::string_view kLineEnd = "\r\n";
 // What GDBus asks for on a local socket, and the answer of a server that does not pass descriptors.
@@ -72,21 +80,19 @@ GObjectPtr<GSocket> ConnectToBus() {
   // A socket of its own: the stream closes the one that it was made with.
   GSocket* theirs =
       g_socket_connection_get_socket(reinterpret_cast<GSocketConnection*>(stream.get()));
-  const int duplicate = dup(g_socket_get_fd(theirs));
+  const int duplicate = fcntl(g_socket_get_fd(theirs), F_DUPFD_CLOEXEC, 0);
   return GObjectPtr<GSocket>(duplicate < 0 ? nullptr : g_socket_new_from_fd(duplicate, nullptr));
 }
 
-// A name that nobody knows in advance; who guesses it is turned away all the same.
-std::string NewAddress() {
-  const GCharPtr random(g_uuid_string_random());
-  return std::string("quorvexvpn-bus-") + random.get();
-}
-
-GObjectPtr<GSocket> Listen(const std::string& name) {
+// In a folder that only root may enter: nobody else can get in our way.
+GObjectPtr<GSocket> Listen() {
   GObjectPtr<GSocket> socket(
       g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, nullptr));
-  const GObjectPtr<GSocketAddress> address(g_unix_socket_address_new_with_type(
-      name.data(), static_cast<gint>(name.size()), G_UNIX_SOCKET_ADDRESS_ABSTRACT));
+  const GObjectPtr<GSocketAddress> address(g_unix_socket_address_new(kBusSocket));
+  // What an earlier run left there is in the way; a folder that cannot be made shows at once.
+  static_cast<void>(g_mkdir_with_parents(kRuntimeDirectory, kFolderMode));
+  static_cast<void>(chmod(kRuntimeDirectory, kFolderMode));
+  static_cast<void>(unlink(kBusSocket));
   if (socket == nullptr || g_socket_bind(socket.get(), address.get(), FALSE, nullptr) == FALSE ||
       g_socket_listen(socket.get(), nullptr) == FALSE) {
     return nullptr;
@@ -164,24 +170,35 @@ bool CarryMessage(const std::string& begin, GSocket* client, GSocket* bus, GCanc
 
 BusGuard::BusGuard() {
   const GObjectPtr<GSocket> bus = ConnectToBus();
-  const std::string name = NewAddress();
-  const GObjectPtr<GSocket> listener = bus == nullptr ? nullptr : Listen(name);
+  if (bus == nullptr) {
+    return;
+  }
+  const GObjectPtr<GSocket> listener = Listen();
   if (listener == nullptr) {
+    g_log(nullptr, G_LOG_LEVEL_WARNING, "Messages from the bus are not guarded: no socket.");
     return;
   }
   relay = std::thread([this, listener = g_object_ref(listener.get()),
                        socket = g_object_ref(bus.get())] { Relay(listener, socket); });
+  ConnectThroughRelay();
+  static_cast<void>(unlink(kBusSocket));
+  // Goes as well if it was made for this alone.
+  static_cast<void>(rmdir(kRuntimeDirectory));
+  if (connection != nullptr) {
+    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+  }
+}
+
+// GDBus learns where the bus is from the environment, as the tools do that the service runs; these
+// speak to the bus directly.
+void BusGuard::ConnectThroughRelay() {
   const GCharPtr former(g_strdup(g_getenv(kAddressVariable)));
-  g_setenv(kAddressVariable, ("unix:abstract=" + name).c_str(), TRUE);
+  g_setenv(kAddressVariable, (std::string("unix:path=") + kBusSocket).c_str(), TRUE);
   connection.reset(g_bus_get_sync(G_BUS_TYPE_SYSTEM, end.get(), nullptr));
-  // The tools that the service runs speak to the bus directly.
   if (former == nullptr) {
     g_unsetenv(kAddressVariable);
   } else {
     g_setenv(kAddressVariable, former.get(), TRUE);
-  }
-  if (connection != nullptr) {
-    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
   }
 }
 
@@ -194,9 +211,10 @@ BusGuard::~BusGuard() {
 }
 
 void BusGuard::Relay(GSocket* listener, GSocket* bus) {
-  const GObjectPtr<GSocket> door(listener);
+  GObjectPtr<GSocket> door(listener);
   const GObjectPtr<GSocket> away(bus);
   const GObjectPtr<GSocket> client = AcceptOurselves(listener, end.get());
+  door.reset();
   if (client == nullptr) {
     return;
   }

@@ -32,6 +32,7 @@ class BusGuard {
   ~BusGuard();
 
  private:
+  void ConnectThroughRelay();
   void Relay(GSocket* listener, GSocket* bus);
   void CarryToBus(GSocket* client, GSocket* bus);
   bool CarryLines(std::string* text, GSocket* client, GSocket* bus);
