@@ -91,8 +91,10 @@ void Conversation::OnAppeared(GDBusConnection* bus, const char* /*name*/, const 
   Tell(conversation->handlers.appeared);
 }
 
-void Conversation::OnVanished(GDBusConnection* /*bus*/, const char* /*name*/, gpointer self) {
+// Without a bus it is the bus that has ended.
+void Conversation::OnVanished(GDBusConnection* bus, const char* /*name*/, gpointer self) {
   auto* conversation = static_cast<Conversation*>(self);
+  conversation->busHasEnded = bus == nullptr;
   conversation->Unsubscribe();
   Tell(conversation->handlers.vanished);
 }

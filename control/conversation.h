@@ -52,6 +52,8 @@ class Conversation {
 
   void Run() { g_main_loop_run(loop.get()); }
   void Quit() { g_main_loop_quit(loop.get()); }
+  // Whether the connection to the bus has been lost; nothing is heard any more then.
+  [[nodiscard]] bool BusHasEnded() const { return busHasEnded; }
 
  private:
   static void OnAppeared(GDBusConnection* bus, const char* name, const char* owner, gpointer self);
@@ -69,6 +71,7 @@ class Conversation {
   GMainLoopPtr loop;
   GObjectPtr<GCancellable> ended;
   std::vector<GSourcePtr> sources;
+  bool busHasEnded = false;
   guint watchId = 0;
   guint subscriptionId = 0;
 };

@@ -3,9 +3,12 @@
 
 #include <glib.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
+#include "control/exit_codes.h"
 #include "control/json_text.h"
 #include "runtime/glib_ptr.h"
 
@@ -18,10 +21,9 @@ constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
-void Write(std::FILE* stream, const std::string& text) {
-  // Whoever closed our output does not want to read it.
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stream));
-  static_cast<void>(std::fflush(stream));
+bool Write(std::FILE* stream, const std::string& text) {
+  return std::fwrite(text.data(), 1, text.size(), stream) == text.size() &&
+         std::fflush(stream) == 0;
 }
 
 std::string TwoUnits(std::int64_t value, std::int64_t large, const char* largeName,
@@ -33,11 +35,19 @@ std::string TwoUnits(std::int64_t value, std::int64_t large, const char* largeNa
 }  // namespace
 
 void Print(const std::string& text) {
-  Write(stdout, text);
+  if (Write(stdout, text)) {
+    return;
+  }
+  // Whoever closed our output has read enough; a full disk is told.
+  if (errno != EPIPE) {
+    std::perror("quorvexvpnctl");
+  }
+  std::exit(kExitFailure);
 }
 
 void Complain(const std::string& line) {
-  Write(stderr, line);
+  // There is nobody left to tell.
+  static_cast<void>(Write(stderr, line));
 }
 
 std::string FailureText(const Failure& failure) {

@@ -25,12 +25,23 @@ class WatchRun {
              .log = [this](const LogEntry& entry) { Show(LogEvent(entry)); },
              .networkPath = [this](const NetworkPath& path) { ShowNetwork(path); },
              .appeared = [this] { Welcome(); },
-             .vanished = [this] { Show(ServiceEvent(false, Now())); },
+             .vanished = [this] { Part(); },
              .interrupted = [this](int) { conversation.Quit(); }}) {}
 
-  void Run() { conversation.Run(); }
+  // False when the bus has ended.
+  bool Run() {
+    conversation.Run();
+    return !conversation.BusHasEnded();
+  }
 
  private:
+  // A service may come back; a bus that comes back does not know us any more.
+  void Part() {
+    Show(ServiceEvent(false, Now()));
+    if (conversation.BusHasEnded()) {
+      conversation.Quit();
+    }
+  }
   static std::int64_t Now() { return g_get_real_time() / 1000; }
   void Show(const WatchEvent& event) { Print((json ? WatchJson(event) : WatchText(event)) + "\n"); }
   // The network reports each route that comes or goes; people want to know when that matters.
@@ -73,8 +84,10 @@ int RunWatch(const CommandLine& line) {
   if (bus == nullptr) {
     return Report(failure, line.json);
   }
-  WatchRun(std::move(bus), line.json).Run();
-  return kExitOk;
+  if (WatchRun(std::move(bus), line.json).Run()) {
+    return kExitOk;
+  }
+  return Report({kExitUnreachable, "The system bus has ended.", ""}, line.json);
 }
 
 }  // namespace quorvex::control

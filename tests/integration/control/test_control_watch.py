@@ -6,7 +6,7 @@ import signal
 
 import pytest
 
-from control_steps import OK
+from control_steps import FAILURE, INSTALLED, OK, UNREACHABLE
 
 pytestmark = pytest.mark.bus
 
@@ -94,3 +94,28 @@ def test_its_lines_for_people_have_a_time_and_a_kind(control):
     assert kinds[:3] == ["service", "stage", "network"]
     assert any(line.endswith("  stage    preparing (home)") for line in process.lines)
     assert any(line.endswith("  info     WireGuard tunnel connected.") for line in process.lines)
+
+
+def test_ends_with_the_bus(control):
+    """A bus that comes back does not know the connection any more."""
+    control.world.start_service()
+    process = watch(control)
+    control.world.kill_bus()
+    assert process.wait() == UNREACHABLE
+    assert "The system bus has ended." in "\n".join(process.lines)
+
+
+def test_ends_when_nobody_reads_any_more(control):
+    control.world.start_service()
+    read = control.world.run(["/bin/sh", "-c", f"{INSTALLED} watch --json | head -n 1"], timeout=20)
+    assert '"event":"service"' in read.stdout
+    control.world.wait(lambda: not [one for one in control.world.processes() if INSTALLED in one["argv"]],
+                       what="the end of the command")
+
+
+def test_output_that_cannot_be_written_is_a_failure(control):
+    """So that a key pair on a full disk does not pass for one that was kept."""
+    control.world.start_service()
+    for command in ("status", "keygen"):
+        full = control.world.run(["/bin/sh", "-c", f"{INSTALLED} {command} >/dev/full"], user="alice", check=False)
+        assert full.status == FAILURE and "No space left on device" in full.stderr
