@@ -41,13 +41,12 @@ inline constexpr char kXrayConfig[] = "/run/quorvexvpn/xray.json";
 inline constexpr char kOpenVpnConfig[] = "/run/quorvexvpn/openvpn.ovpn";
 inline constexpr char kOpenVpnPid[] = "/run/quorvexvpn/openvpn.pid";
 
-// Where the service's own connection to the bus begins, for the moment in which it is made.
-inline constexpr char kBusSocket[] = "/run/quorvexvpn/bus";
-
 // What stood on the machine before an engine was started; outside the folder of configurations, so
 // that it outlives them.
 inline constexpr char kGroundDirectory[] = "/run/quorvexvpn-ground";
 inline constexpr char kGroundRecord[] = "/run/quorvexvpn-ground/record";
+// Where the service's own connection to the bus begins, for the moment in which it is made.
+inline constexpr char kBusSocket[] = "/run/quorvexvpn-ground/bus";
 
 // Tunnel interfaces, and the directories by which the kernel shows that they exist.
 inline constexpr char kSingBoxInterface[] = "quorvex-sbox0";

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gio/gunixsocketaddress.h>
-#include <glib/gstdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,9 +19,9 @@ namespace quorvex::service_front {
 namespace {
 
 using linux_service::kBusSocket;
-using linux_service::kRuntimeDirectory;
+using linux_service::kGroundDirectory;
 
-constexpr int kFolderMode = 0700;
+constexpr mode_t kFolderMode = 0700;
 constexpr char kAddressVariable[] = "DBUS_SYSTEM_BUS_ADDRESS";
 constexpr std::string_view kLineEnd = "\r\n";
 // What GDBus asks for on a local socket, and the answer of a server that does not pass descriptors.
@@ -89,9 +88,7 @@ GObjectPtr<GSocket> Listen() {
   GObjectPtr<GSocket> socket(
       g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, nullptr));
   const GObjectPtr<GSocketAddress> address(g_unix_socket_address_new(kBusSocket));
-  // What an earlier run left there is in the way; a folder that cannot be made shows at once.
-  static_cast<void>(g_mkdir_with_parents(kRuntimeDirectory, kFolderMode));
-  static_cast<void>(chmod(kRuntimeDirectory, kFolderMode));
+  // What an earlier run left there is in the way.
   static_cast<void>(unlink(kBusSocket));
   if (socket == nullptr || g_socket_bind(socket.get(), address.get(), FALSE, nullptr) == FALSE ||
       g_socket_listen(socket.get(), nullptr) == FALSE) {
@@ -173,6 +170,10 @@ BusGuard::BusGuard() {
   if (bus == nullptr) {
     return;
   }
+  // A folder that cannot be made or closed to others shows at once: nothing can listen in it, or
+  // strangers are turned away.
+  const bool isNewFolder = mkdir(kGroundDirectory, kFolderMode) == 0;
+  static_cast<void>(chmod(kGroundDirectory, kFolderMode));
   const GObjectPtr<GSocket> listener = Listen();
   if (listener == nullptr) {
     g_log(nullptr, G_LOG_LEVEL_WARNING, "Messages from the bus are not guarded: no socket.");
@@ -182,8 +183,9 @@ BusGuard::BusGuard() {
                        socket = g_object_ref(bus.get())] { Relay(listener, socket); });
   ConnectThroughRelay();
   static_cast<void>(unlink(kBusSocket));
-  // Goes as well if it was made for this alone.
-  static_cast<void>(rmdir(kRuntimeDirectory));
+  if (isNewFolder) {
+    static_cast<void>(rmdir(kGroundDirectory));
+  }
   if (connection != nullptr) {
     g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
   }
