@@ -172,22 +172,22 @@ BusGuard::BusGuard() {
   }
   // A folder that cannot be made or closed to others shows at once: nothing can listen in it, or
   // strangers are turned away.
-  const bool isNewFolder = mkdir(kGroundDirectory, kFolderMode) == 0;
+  static_cast<void>(mkdir(kGroundDirectory, kFolderMode));
   static_cast<void>(chmod(kGroundDirectory, kFolderMode));
-  const GObjectPtr<GSocket> listener = Listen();
-  if (listener == nullptr) {
-    g_log(nullptr, G_LOG_LEVEL_WARNING, "Messages from the bus are not guarded: no socket.");
-    return;
+  if (const GObjectPtr<GSocket> listener = Listen(); listener != nullptr) {
+    relay = std::thread([this, listener = g_object_ref(listener.get()),
+                         socket = g_object_ref(bus.get())] { Relay(listener, socket); });
+    ConnectThroughRelay();
+    static_cast<void>(unlink(kBusSocket));
   }
-  relay = std::thread([this, listener = g_object_ref(listener.get()),
-                       socket = g_object_ref(bus.get())] { Relay(listener, socket); });
-  ConnectThroughRelay();
-  static_cast<void>(unlink(kBusSocket));
-  if (isNewFolder) {
-    static_cast<void>(rmdir(kGroundDirectory));
-  }
+  // It stays where systemd made it for us, or a record lies in it. Who else made it does not
+  // matter: an earlier run may have been killed just above.
+  static_cast<void>(rmdir(kGroundDirectory));
   if (connection != nullptr) {
     g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+  } else {
+    g_log(nullptr, G_LOG_LEVEL_WARNING,
+          "Messages from the bus are not guarded: no connection through the relay.");
   }
 }
 

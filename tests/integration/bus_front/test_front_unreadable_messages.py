@@ -73,6 +73,8 @@ print("sent")
 '''
 
 
+GROUND = "/run/quorvexvpn-ground"
+UNGUARDED = "Messages from the bus are not guarded: no connection through the relay."
 TYPES = {"variants": "y", "arrays": "a" * 32 + "y", "structs": "(" * 32 + "y" + ")" * 32,
          "both": "a" * 32 + "(" * 32 + "y" + ")" * 32}
 
@@ -87,6 +89,24 @@ def test_they_end_neither_the_service_nor_a_tunnel(front, innermost):
     assert front.alice.call("GetConnectionSnapshot")["stage"] == "connected"
     assert service.alive and "table inet quorvexvpn" in front.world.run(["/media/sbin/nft", "list", "tables"]).stdout
     assert len([line for line in service.journal if "cannot be read was dropped" in line]) <= 1
+
+
+@pytest.mark.parametrize("left", ["socket", "folder"])
+def test_a_start_that_was_killed_amid_its_first_steps_leaves_nothing_to_the_next(front, left):
+    folder = front.world.path(GROUND)
+    folder.mkdir(mode=0o700)
+    if left == "socket":
+        front.world.put_file(f"{GROUND}/bus", "")
+    front.start()
+    assert not folder.exists()
+
+
+def test_a_service_that_cannot_be_guarded_says_so_and_serves(front):
+    front.world.path(f"{GROUND}/bus").mkdir(parents=True)
+    front.world.tolerate(UNGUARDED)
+    service = front.start()
+    front.connected()
+    assert len([line for line in service.journal if UNGUARDED in line]) == 1
 
 
 def unique_names(front) -> list[str]:
