@@ -5,6 +5,7 @@
 #include <array>
 #include <string>
 
+#include "validation/openvpn_names.h"
 #include "validation/openvpn_options.h"
 #include "validation/rule_text.h"
 #include "validation/wireguard_rules.h"
@@ -21,52 +22,8 @@ constexpr std::array<std::string_view, 18> kWireGuardNames = {
     "postdown",    "saveconfig", "publickey",  "presharedkey", "allowedips", "endpoint"};
 constexpr std::string_view kKeepalive = "persistentkeepalive";
 
-// What a profile may not have, or only the service decides; the permitted ones are in a table.
-constexpr std::array<std::string_view, 45> kFurtherOpenVpnNames = {"up",
-                                                                   "down",
-                                                                   "route-up",
-                                                                   "route-pre-down",
-                                                                   "ipchange",
-                                                                   "learn-address",
-                                                                   "tls-verify",
-                                                                   "auth-user-pass-verify",
-                                                                   "plugin",
-                                                                   "script-security",
-                                                                   "management",
-                                                                   "config",
-                                                                   "capath",
-                                                                   "setenv",
-                                                                   "setenv-safe",
-                                                                   "route-nopull",
-                                                                   "route-noexec",
-                                                                   "ifconfig-noexec",
-                                                                   "pull-filter",
-                                                                   "dev-node",
-                                                                   "iproute",
-                                                                   "engine",
-                                                                   "providers",
-                                                                   "http-proxy-user-pass",
-                                                                   "tls-export-cert",
-                                                                   "client-connect",
-                                                                   "client-disconnect",
-                                                                   "client-config-dir",
-                                                                   "replay-persist",
-                                                                   "tmp-dir",
-                                                                   "setcon",
-                                                                   "mktun",
-                                                                   "rmtun",
-                                                                   "askpass",
-                                                                   "log",
-                                                                   "log-append",
-                                                                   "status",
-                                                                   "writepid",
-                                                                   "daemon",
-                                                                   "syslog",
-                                                                   "chroot",
-                                                                   "cd",
-                                                                   "user",
-                                                                   "group",
-                                                                   "connection"};
+// OpenVPN's block of several lines; no directive, so in none of the tables.
+constexpr std::string_view kConnectionBlock = "connection";
 
 constexpr std::size_t kLongestJsonName = 48;
 
@@ -90,7 +47,7 @@ bool IsOpenVpnName(std::string_view word) {
   }
   const std::string lowered = LowercaseAscii(word.substr(word.starts_with("--") ? 2 : 0));
   return linux_service::FindOpenVpnOption(lowered) != nullptr ||
-         std::ranges::find(kFurtherOpenVpnNames, lowered) != kFurtherOpenVpnNames.end();
+         linux_service::IsForbiddenOpenVpnDirective(lowered) || lowered == kConnectionBlock;
 }
 
 bool IsJsonName(std::string_view name) {

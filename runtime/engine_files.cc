@@ -33,21 +33,26 @@ bool RemoveOpenVpnFiles(std::string* error) {
 
 }  // namespace
 
-bool RemoveConfigFor(EngineKind kind, std::string* error) {
+const char* PrivateConfigFor(EngineKind kind) {
   switch (kind) {
     case EngineKind::kSingBox:
-      return SecureRemoveFile(kSingBoxConfig, error);
+      return kSingBoxConfig;
     case EngineKind::kXray:
-      return SecureRemoveFile(kXrayConfig, error);
+      return kXrayConfig;
     case EngineKind::kWireGuard:
-      return SecureRemoveFile(kWireGuardConfig, error);
+      return kWireGuardConfig;
     case EngineKind::kOpenVpn:
-      return RemoveOpenVpnFiles(error);
+      return kOpenVpnConfig;
     case EngineKind::kUnsupported:
       break;
   }
+  return "";
+}
+
+bool RemoveConfigFor(EngineKind kind, std::string* error) {
   // No engine, no file: an empty path is one that does not exist.
-  return SecureRemoveFile("", error);
+  return kind == EngineKind::kOpenVpn ? RemoveOpenVpnFiles(error)
+                                      : SecureRemoveFile(PrivateConfigFor(kind), error);
 }
 
 }  // namespace quorvex::linux_service

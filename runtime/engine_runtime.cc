@@ -150,16 +150,7 @@ bool EngineRuntime::PollUnexpectedExit(std::string* error) {
   if (process == nullptr || ProcessIsAlive(process.get())) {
     return PollLostTunnel(error);
   }
-  const EngineKind died = kind;
-  // Only reaps: the child has ended.
-  static_cast<void>(g_subprocess_wait(process.get(), nullptr, nullptr));
-  ForgetEngine();
-  CloseWayIntoTunnel();
-  std::string discarded;
-  static_cast<void>(RemoveConfigFor(died, &discarded));
-  ClearGround();
-  *error = std::string(EngineName(died)) + kStoppedUnexpectedly;
-  return true;
+  return GiveUpEngine(error);
 }
 
 // OpenVPN without `persist-tun` closes its device when it begins anew after a loss, and comes back
@@ -185,10 +176,17 @@ bool EngineRuntime::PollLostTunnel(std::string* error) {
   if (IsRestarting()) {
     return false;
   }
-  const EngineKind lost = kind;
   if (process != nullptr) {
     // By force, since an end in good order may take seconds and there is no tunnel to save.
     g_subprocess_force_exit(process.get());
+  }
+  return GiveUpEngine(error);
+}
+
+bool EngineRuntime::GiveUpEngine(std::string* error) {
+  const EngineKind lost = kind;
+  if (process != nullptr) {
+    // Only reaps: the child has ended.
     static_cast<void>(g_subprocess_wait(process.get(), nullptr, nullptr));
   }
   ForgetEngine();

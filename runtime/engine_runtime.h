@@ -68,6 +68,7 @@ class EngineRuntime {
   [[nodiscard]] bool StopProcess(std::string* error);
   [[nodiscard]] bool StopEngine(std::string* error);
   [[nodiscard]] bool PollLostTunnel(std::string* error);
+  [[nodiscard]] bool GiveUpEngine(std::string* error);
   [[nodiscard]] bool IsRestarting();
   void ForgetEngine();
 

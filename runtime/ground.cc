@@ -6,12 +6,12 @@
 #include <array>
 
 #include "runtime/constants.h"
+#include "runtime/engine_files.h"
 #include "runtime/glib_ptr.h"
 #include "runtime/ground_record.h"
 #include "runtime/kernel_links.h"
 #include "runtime/leftovers.h"
 #include "runtime/orphans.h"
-#include "runtime/private_files.h"
 
 namespace quorvex::linux_service {
 namespace {
@@ -61,27 +61,12 @@ bool RemoveInterface(EngineKind engine, std::string* error) {
   return DeleteLink(name, kKernelTunnels, error);
 }
 
-// A configuration that its own engine's end could not remove. OpenVPN's is not among them: it is
-// kept as long as the system's DNS could not be reverted.
-const char* ConfigurationOf(EngineKind engine) {
-  switch (engine) {
-    case EngineKind::kSingBox:
-      return kSingBoxConfig;
-    case EngineKind::kXray:
-      return kXrayConfig;
-    case EngineKind::kWireGuard:
-      return kWireGuardConfig;
-    case EngineKind::kOpenVpn:
-    case EngineKind::kUnsupported:
-      break;
-  }
-  return nullptr;
-}
-
+// One that its engine's own end could not remove. OpenVPN's is kept as long as the system's DNS
+// could not be reverted.
 bool RemoveConfiguration(EngineKind engine, std::string* error) {
-  const char* path = ConfigurationOf(engine);
-  return path == nullptr || g_file_test(path, G_FILE_TEST_EXISTS) == FALSE ||
-         SecureRemoveFile(path, error);
+  return engine == EngineKind::kOpenVpn ||
+         g_file_test(PrivateConfigFor(engine), G_FILE_TEST_EXISTS) == FALSE ||
+         RemoveConfigFor(engine, error);
 }
 
 enum class Cleared { kYes, kNotYet, kFailed };

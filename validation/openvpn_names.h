@@ -21,4 +21,7 @@ constexpr Table SortedForSearch(Table table, Projection name = {}) {
   return table;
 }
 
+// Whether a profile may not have the directive, in lower case, whatever its arguments.
+[[nodiscard]] bool IsForbiddenOpenVpnDirective(std::string_view directive);
+
 }  // namespace quorvex::linux_service

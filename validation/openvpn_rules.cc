@@ -80,10 +80,6 @@ constexpr std::array<std::string_view, 12> kInlineFileDirectives = {
 constexpr auto kSearchedForbidden = SortedForSearch(kForbiddenDirectives);
 constexpr auto kSearchedInlineFiles = SortedForSearch(kInlineFileDirectives);
 
-bool IsForbidden(std::string_view directive) {
-  return std::ranges::binary_search(kSearchedForbidden, directive, ShorterFirst());
-}
-
 bool IsInlineFile(std::string_view name) {
   return std::ranges::binary_search(kSearchedInlineFiles, name, ShorterFirst());
 }
@@ -168,7 +164,7 @@ Complaint OpenVpnReader::ReadDirective(std::string_view line) {
   if (directive.starts_with("--")) {
     directive.erase(0, 2);
   }
-  if (IsForbidden(directive)) {
+  if (IsForbiddenOpenVpnDirective(directive)) {
     return kOpenVpnForbidden;
   }
   if (directive == "http-proxy" && !ProxyNamesNoFile(arguments)) {
@@ -214,6 +210,10 @@ Complaint OpenVpnReader::Finish() const {
 }
 
 }  // namespace
+
+bool IsForbiddenOpenVpnDirective(std::string_view directive) {
+  return std::ranges::binary_search(kSearchedForbidden, directive, ShorterFirst());
+}
 
 ValidationResult ValidateOpenVpn(const std::string& rawConfig) {
   OpenVpnReader reader;
