@@ -5,6 +5,7 @@ import argparse
 import random
 import sys
 import time
+import traceback
 from contextlib import ExitStack
 from pathlib import Path
 from typing import Callable
@@ -81,7 +82,9 @@ class StepSearch:
             self.find("the end of a machine", fault)
 
     def find(self, what: str, fault: Exception) -> None:
-        lines = [line.rstrip()[:160] for line in f"{type(fault).__name__}: {fault}".splitlines()]
+        where = traceback.extract_tb(fault.__traceback__)[-1]
+        words = f"{type(fault).__name__}: {fault or where.line}\nat {Path(where.filename).name}:{where.lineno}"
+        lines = [line.rstrip()[:160] for line in words.splitlines()]
         self.findings.append("\n    ".join([what, *lines[:self.options.lines]]))
         print("FINDING:", self.findings[-1], flush=True)
 

@@ -6,7 +6,7 @@ import signal
 
 import pytest
 
-from system_machine import PACKAGE, SERVERS, UNIT
+from system_machine import NAME, OBJECT, PACKAGE, SERVERS, UNIT
 
 pytestmark = [pytest.mark.system, pytest.mark.slow]
 
@@ -86,6 +86,22 @@ def test_removed(connected):
     connected.apt(f"remove {PACKAGE}")
     expect_open(connected)
     assert connected.container.unit_property("LoadState") == "not-found"
+
+
+@pytest.mark.parametrize("engine", ["WireGuard"])
+def test_removed_while_a_client_asks_for_it_again_and_again(connected):
+    """The bus would start the service anew, out of files that are about to go."""
+    question = f"gdbus call --system --dest {NAME} --object-path {OBJECT} --method {NAME}.GetRuntimeInfo"
+    connected.container.put_file("/run/asking", f"#!/bin/sh\nwhile true; do {question}; done\n", mode=0o755)
+    connected.run("systemd-run --quiet --unit=asking /run/asking")
+    connected.apt(f"remove {PACKAGE}")
+    connected.run("systemctl stop asking && rm /run/asking")
+    expect_open(connected)
+    assert connected.output("pgrep -x quorvexvpn-serv || true") == ""
+    assert connected.container.unit_property("LoadState") == "not-found"
+    assert connected.container.unit_property("ActiveState") == "inactive"
+    assert not connected.container.path("/run/systemd/system/quorvexvpn.service.d").exists()
+    assert "ServiceUnknown" in connected.call("GetRuntimeInfo", check=False).stderr
 
 
 def test_purged(connected):
