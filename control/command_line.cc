@@ -130,6 +130,14 @@ std::string Complaint(const CommandLine& line) {
                                   : Misfit(*found, line);
 }
 
+// The parser forgets what it had read when it comes to something that it does not know.
+bool AsksForJson(int argc, char** argv) {
+  const std::vector<std::string_view> words(argv, argv + argc);
+  const auto end = std::ranges::find(words, "--");
+  return std::any_of(words.begin(), end,
+                     [](std::string_view word) { return word == "--json" || word == "-j"; });
+}
+
 OptionContextPtr MakeContext(const GOptionEntry* entries) {
   OptionContextPtr context(g_option_context_new("COMMAND [ARGUMENT]"));
   g_option_context_set_summary(context.get(), kSummary);
@@ -151,6 +159,7 @@ Parsed ParseCommandLine(int argc, char** argv, CommandLine* line, std::string* c
   const bool understood = g_option_context_parse(context.get(), &argc, &argv, error.Out()) != FALSE;
   Take(&raw, line);
   if (!understood) {
+    line->json = AsksForJson(argc, argv);
     *complaint = std::string(error.MessageOr("The options make no sense")) + ".";
     return Parsed::kWrong;
   }

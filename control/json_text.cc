@@ -17,7 +17,9 @@ JsonBuilder* JsonText::Member(const char* name) {
 }
 
 JsonText& JsonText::String(const char* name, const std::string& value) {
-  json_builder_add_string_value(Member(name), value.c_str());
+  // Names of files and words of a command line may be in no character set at all.
+  const GCharPtr valid(g_utf8_make_valid(value.c_str(), static_cast<gssize>(value.size())));
+  json_builder_add_string_value(Member(name), valid.get());
   return *this;
 }
 

@@ -52,6 +52,13 @@ TEST(ACommandLine, AsksForHelpOrTheVersion) {
   EXPECT_EQ(Parse({"--version"}).parsed, Parsed::kVersion);
 }
 
+TEST(ACommandLine, AsksForJsonBesideWhatNobodyUnderstands) {
+  EXPECT_TRUE(Parse({"status", "--json", "--jsn"}).line.json);
+  EXPECT_TRUE(Parse({"--jsn", "-j"}).line.json);
+  EXPECT_FALSE(Parse({"--jsn", "--", "-j"}).line.json);
+  EXPECT_FALSE(Parse({"--jsn"}).line.json);
+}
+
 TEST(TheHelp, NamesEveryCommand) {
   const std::string help = Parse({"--help"}).words;
   for (const char* command :

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "control/exit_codes.h"
+#include "control/json_text.h"
 #include "tests/unit/runtime/case_name.h"
 
 namespace quorvex::control {
@@ -51,6 +52,10 @@ TEST_P(AnErrorOfTheBus, HasItsExitCodeAndKeepsItsSentence) {
 TEST(AnErrorOfTheBus, WithoutASentenceSaysThat) {
   EXPECT_EQ(FailureOfBusError("org.quorvexvpn.Error.WireGuardUnavailable", "").message,
             "The service gave no reason.");
+}
+
+TEST(AJsonText, IsTextWhateverTheBytesOfAFilesName) {
+  EXPECT_EQ(JsonText().String("file", "h\xff.conf").End(), "{\"file\":\"h\ufffd.conf\"}");
 }
 
 TEST(ARefusalByPolkit, SaysWhatToDoInOneLine) {
