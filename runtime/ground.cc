@@ -105,11 +105,11 @@ bool PrepareGround(EngineKind engine, const std::string& rawConfig,
 
 void NoteTunnel(TunnelAge age) {
   std::string error = "there is no record";
-  const std::optional<GroundRecord> record = LoadGroundRecord();
+  std::optional<GroundRecord> record;
   GroundRecord changes;
   changes.isSettled = age == TunnelAge::kSettled;
-  if (!record || !NoteWhatChanged(*record, &changes, &error) ||
-      !AppendGroundRecord(changes, &error)) {
+  if (!LoadGroundRecord(&record, &error) || !record ||
+      !NoteWhatChanged(*record, &changes, &error) || !AppendGroundRecord(changes, &error)) {
     g_log(nullptr, G_LOG_LEVEL_WARNING, "What the tunnel changed could not be recorded: %s",
           error.c_str());
   }
@@ -117,9 +117,12 @@ void NoteTunnel(TunnelAge age) {
 
 void ClearGround() {
   std::string error;
-  const std::optional<GroundRecord> record = LoadGroundRecord();
-  // Without a record, or with half of one, no engine was started.
-  const Cleared cleared = record ? Clear(*record, &error) : Cleared::kYes;
+  std::optional<GroundRecord> record;
+  Cleared cleared = Cleared::kFailed;
+  if (LoadGroundRecord(&record, &error)) {
+    // Without a record, or with half of one, no engine was started.
+    cleared = record ? Clear(*record, &error) : Cleared::kYes;
+  }
   const bool removed = cleared != Cleared::kYes || RemoveGroundRecord(&error);
   if (cleared == Cleared::kFailed || !removed) {
     g_log(nullptr, G_LOG_LEVEL_WARNING, "Something of the tunnel is left behind: %s",

@@ -143,14 +143,18 @@ bool AppendGroundRecord(const GroundRecord& changes, std::string* error) {
   return AppendToPrivateFile(kGroundRecord, WriteGroundText(changes), error);
 }
 
-std::optional<GroundRecord> LoadGroundRecord() {
+bool LoadGroundRecord(std::optional<GroundRecord>* record, std::string* error) {
   char* contents = nullptr;
   gsize size = 0;
-  if (g_file_get_contents(kGroundRecord, &contents, &size, nullptr) == FALSE) {
-    return std::nullopt;
+  GErrorSlot failure;
+  if (g_file_get_contents(kGroundRecord, &contents, &size, failure.Out()) == FALSE) {
+    record->reset();
+    *error = failure.MessageOr("");
+    return failure.Matches(G_FILE_ERROR, G_FILE_ERROR_NOENT);
   }
   const GCharPtr owner(contents);
-  return ReadGroundText(std::string(contents, size));
+  *record = ReadGroundText(std::string(contents, size));
+  return true;
 }
 
 bool RemoveGroundRecord(std::string* error) {

@@ -41,8 +41,9 @@ struct GroundRecord {
 // Adds to the stored record and leaves it as it was when that fails, or when the process ends
 // meanwhile.
 [[nodiscard]] bool AppendGroundRecord(const GroundRecord& changes, std::string* error);
-// Nothing when there is none or it is not whole.
-[[nodiscard]] std::optional<GroundRecord> LoadGroundRecord();
+// Nothing, into `record`, when there is none or it is not whole. On failure `error` (not null) says
+// why, and nobody knows whether there is one.
+[[nodiscard]] bool LoadGroundRecord(std::optional<GroundRecord>* record, std::string* error);
 // Removes the record and, where it may, its folder. Success when there is none.
 [[nodiscard]] bool RemoveGroundRecord(std::string* error);
 

@@ -102,17 +102,19 @@ bool RemoveRules(const Leaves& leaves, const GroundRecord& record, const KernelR
   return removed;
 }
 
-// sing-box builds its table in several steps, the first of which bring no rules.
-bool IsHalfBuilt(const NftTable& table, const GroundRecord& record) {
-  return !IsDescribed(record.tables, std::to_string(table.handle)) && NftTableIsWithoutRules(table);
-}
-
-bool IsOurs(const NftTable& table, std::span<const TableName> names, const GroundRecord& record) {
-  return std::ranges::any_of(names, [&](const TableName& name) {
-    return table.family == name.family && table.name == name.name &&
-           (name.interface == nullptr || NftTableNamesInterface(table, name.interface) ||
-            IsHalfBuilt(table, record));
-  });
+bool RemoveIfOurs(const NftTable& table, const TableName& name, const GroundRecord& record,
+                  std::string* error) {
+  if (name.interface == nullptr) {
+    return DeleteNftTable(table, error);
+  }
+  NftTableUse use;
+  if (!SearchNftTable(table, name.interface, &use, error)) {
+    return false;
+  }
+  // sing-box builds its table in several steps, the first of which bring no rules.
+  const bool isHalfBuilt =
+      use.rules == 0 && !IsDescribed(record.tables, std::to_string(table.handle));
+  return (!use.namesInterface && !isHalfBuilt) || DeleteNftTable(table, error);
 }
 
 bool NoteTables(const Leaves& leaves, GroundRecord* record, std::string* error) {
@@ -136,7 +138,10 @@ bool RemoveTables(const Leaves& leaves, const GroundRecord& record, std::string*
   }
   bool removed = true;
   for (const NftTable& table : tables) {
-    removed = (!IsOurs(table, leaves.tables, record) || DeleteNftTable(table, error)) && removed;
+    for (const TableName& name : leaves.tables) {
+      const bool isNamed = table.family == name.family && table.name == name.name;
+      removed = (!isNamed || RemoveIfOurs(table, name, record, error)) && removed;
+    }
   }
   return removed;
 }

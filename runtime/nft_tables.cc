@@ -21,6 +21,7 @@ namespace {
 
 constexpr char kCannotReach[] = "Unable to reach nftables";
 constexpr char kCannotList[] = "Unable to list the tables of nftables";
+constexpr char kCannotSearch[] = "Unable to list the rules of nftables";
 constexpr char kCannotRemove[] = "Unable to remove a table of nftables";
 
 constexpr std::uint16_t NftMessage(nf_tables_msg_types type) {
@@ -63,9 +64,7 @@ void RestartTables(void* data) {
 struct InterfaceSearch {
   // As nft compares interface names: filled up with zeros.
   std::array<char, IFNAMSIZ> name{};
-  bool found = false;
-  // How many rules were searched.
-  std::size_t rules = 0;
+  NftTableUse use;
 };
 
 // The walk through a rule goes down four levels: its expressions, one expression, the data of a
@@ -75,7 +74,8 @@ int ReadComparedValue(const nlattr* attribute, void* data) {
   if (mnl_attr_get_type(attribute) == NFTA_DATA_VALUE) {
     const std::string_view value(static_cast<const char*>(mnl_attr_get_payload(attribute)),
                                  mnl_attr_get_payload_len(attribute));
-    search->found |= value == std::string_view(search->name.data(), search->name.size());
+    search->use.namesInterface |=
+        value == std::string_view(search->name.data(), search->name.size());
   }
   return MNL_CB_OK;
 }
@@ -107,23 +107,21 @@ int ReadRuleAttribute(const nlattr* attribute, void* data) {
 }
 
 int SearchRule(const nlmsghdr* message, void* data) {
-  ++static_cast<InterfaceSearch*>(data)->rules;
+  ++static_cast<InterfaceSearch*>(data)->use.rules;
   return mnl_attr_parse(message, sizeof(nfgenmsg), ReadRuleAttribute, data);
 }
 
 void RestartSearch(void* data) {
-  auto* search = static_cast<InterfaceSearch*>(data);
-  search->found = false;
-  search->rules = 0;
+  static_cast<InterfaceSearch*>(data)->use = {};
 }
 
-bool Search(const NftTable& table, InterfaceSearch* search) {
+int Search(const NftTable& table, InterfaceSearch* search) {
   NetlinkBuffer buffer;
   const nfgenmsg header = Header(table.family, 0);
   nlmsghdr* request = PutNetlinkMessage(&buffer, NftMessage(NFT_MSG_GETRULE),
                                         NLM_F_REQUEST | NLM_F_DUMP, &header, sizeof(header));
   mnl_attr_put_strz(request, NFTA_RULE_TABLE, table.name.c_str());
-  return ListFromKernel(NETLINK_NETFILTER, request, SearchRule, search, RestartSearch) == 0;
+  return ListFromKernel(NETLINK_NETFILTER, request, SearchRule, search, RestartSearch);
 }
 
 // A transaction: its beginning, the deletion, its end. Returns the length in bytes.
@@ -161,18 +159,15 @@ bool ListNftTables(std::vector<NftTable>* tables, std::string* error) {
   return code == 0 || IsMissingSubsystem(code) || FailWithCode(kCannotList, code, error);
 }
 
-bool NftTableNamesInterface(const NftTable& table, const std::string& interface) {
+bool SearchNftTable(const NftTable& table, const std::string& interface, NftTableUse* use,
+                    std::string* error) {
   InterfaceSearch search;
-  if (interface.size() >= search.name.size()) {
-    return false;
-  }
-  std::ranges::copy(interface, search.name.begin());
-  return Search(table, &search) && search.found;
-}
-
-bool NftTableIsWithoutRules(const NftTable& table) {
-  InterfaceSearch search;
-  return Search(table, &search) && search.rules == 0;
+  const bool isName = interface.size() < search.name.size();
+  std::copy_n(interface.begin(), isName ? interface.size() : 0, search.name.begin());
+  const int code = Search(table, &search);
+  *use = search.use;
+  use->namesInterface = isName && use->namesInterface;
+  return code == 0 || code == ENOENT || FailWithCode(kCannotSearch, code, error);
 }
 
 bool DeleteNftTable(const NftTable& table, std::string* error) {

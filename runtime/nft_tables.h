@@ -4,6 +4,7 @@
 // switch's own table is none of them: nft loads and deletes that one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -22,12 +23,16 @@ struct NftTable {
 // says why.
 [[nodiscard]] bool ListNftTables(std::vector<NftTable>* tables, std::string* error);
 
-// Whether a rule of the table compares a packet's interface with exactly this name. False as well
-// when that cannot be found out.
-[[nodiscard]] bool NftTableNamesInterface(const NftTable& table, const std::string& interface);
+struct NftTableUse {
+  std::size_t rules = 0;
+  // Whether one of them compares a packet's interface with the name that was looked for.
+  bool namesInterface = false;
+};
 
-// Whether the table has no rule. False as well when that cannot be found out.
-[[nodiscard]] bool NftTableIsWithoutRules(const NftTable& table);
+// Looks through the rules of a table, for the exact name of an interface; a table that has gone
+// meanwhile has none. On failure `error` (not null) says why.
+[[nodiscard]] bool SearchNftTable(const NftTable& table, const std::string& interface,
+                                  NftTableUse* use, std::string* error);
 
 // Deletes this very table with all that is in it, and not another of the same name; one that has
 // gone meanwhile counts as deleted.

@@ -164,7 +164,7 @@ class FaultMachine(Machine):
         self.expect_no_complaints()
         self.await_settled(running=True)
         self.expect_network()
-        assert self.snapshot() == {"stage": "disconnected"}
+        assert (said := self.snapshot()) == {"stage": "disconnected"}, said
         assert not self.summary().endswith(REPAIR_REQUIRED)
 
     def expect_usable(self) -> None:

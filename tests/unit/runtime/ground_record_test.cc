@@ -94,6 +94,13 @@ TEST(AGroundText, WithAnotherWordOrOddDigitsIsNone) {
   }
 }
 
+std::optional<GroundRecord> Loaded() {
+  std::optional<GroundRecord> record;
+  std::string error;
+  EXPECT_TRUE(LoadGroundRecord(&record, &error)) << error;
+  return record;
+}
+
 class AGroundRecord : public test::PrivateWorld {
  protected:
   void TearDown() override {
@@ -109,7 +116,7 @@ TEST_F(AGroundRecord, IsAFileForRootAlone) {
   ASSERT_TRUE(StoreGroundRecord(Sample(), &error)) << error;
   EXPECT_EQ(test::ModeOf(kGroundDirectory), 0700U);
   EXPECT_EQ(test::ModeOf(kGroundRecord), 0600U);
-  ExpectSample(LoadGroundRecord());
+  ExpectSample(Loaded());
 }
 
 TEST_F(AGroundRecord, IsAddedTo) {
@@ -120,7 +127,7 @@ TEST_F(AGroundRecord, IsAddedTo) {
   GroundRecord changes;
   changes.addedRules = Sample().addedRules;
   ASSERT_TRUE(AppendGroundRecord(changes, &error)) << error;
-  ExpectSample(LoadGroundRecord());
+  ExpectSample(Loaded());
 }
 
 TEST_F(AGroundRecord, ThatIsNotThereCannotBeAddedTo) {
@@ -130,7 +137,16 @@ TEST_F(AGroundRecord, ThatIsNotThereCannotBeAddedTo) {
 }
 
 TEST_F(AGroundRecord, ThatIsNotThereIsNone) {
-  EXPECT_FALSE(LoadGroundRecord().has_value());
+  EXPECT_FALSE(Loaded().has_value());
+}
+
+TEST_F(AGroundRecord, ThatCannotBeReadIsNotTakenForNone) {
+  test::Shell(std::string("mkdir -p ") + kGroundRecord);
+  std::optional<GroundRecord> record;
+  std::string error;
+  EXPECT_FALSE(LoadGroundRecord(&record, &error));
+  EXPECT_NE(error, "");
+  test::Shell(std::string("rmdir ") + kGroundRecord);
 }
 
 TEST_F(AGroundRecord, IsRemovedWithItsFolder) {

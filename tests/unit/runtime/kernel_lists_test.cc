@@ -197,6 +197,17 @@ void AddTable(const std::string& name, const std::string& rule) {
         "'");
 }
 
+NftTableUse UseOfOnlyTable(const std::string& interface) {
+  NftTableUse use;
+  std::string error;
+  EXPECT_TRUE(SearchNftTable(ListTables().at(0), interface, &use, &error)) << error;
+  return use;
+}
+
+bool NamesInterface(const std::string& interface) {
+  return UseOfOnlyTable(interface).namesInterface;
+}
+
 TEST_F(AnNftTable, IsListedWithFamilyNameAndHandle) {
   AddTable("ip6 one", "accept");
   AddTable("inet two", "accept");
@@ -212,15 +223,15 @@ TEST_F(AnNftTable, IsListedWithFamilyNameAndHandle) {
 TEST_F(AnNftTable, ThatComparesTheInterfaceNamesIt) {
   AddTable("inet two", "iifname != \"quorvex-sbox0\" accept");
   ASSERT_EQ(ListTables().size(), 1U);
-  EXPECT_TRUE(NftTableNamesInterface(ListTables().front(), "quorvex-sbox0"));
-  EXPECT_FALSE(NftTableNamesInterface(ListTables().front(), "quorvex-sbox"));
-  EXPECT_FALSE(NftTableNamesInterface(ListTables().front(), "quorvex-sbox01"));
-  EXPECT_FALSE(NftTableNamesInterface(ListTables().front(), "a-name-of-more-than-fifteen"));
+  EXPECT_TRUE(NamesInterface("quorvex-sbox0"));
+  EXPECT_FALSE(NamesInterface("quorvex-sbox"));
+  EXPECT_FALSE(NamesInterface("quorvex-sbox01"));
+  EXPECT_FALSE(NamesInterface("a-name-of-more-than-fifteen"));
 }
 
 TEST_F(AnNftTable, ThatOnlySpeaksOfTheInterfaceDoesNot) {
   AddTable("inet two", "accept comment \"quorvex-sbox0\"");
-  EXPECT_FALSE(NftTableNamesInterface(ListTables().front(), "quorvex-sbox0"));
+  EXPECT_FALSE(NamesInterface("quorvex-sbox0"));
 }
 
 TEST_F(AnNftTable, IsSearchedThroughManyRules) {
@@ -228,7 +239,29 @@ TEST_F(AnNftTable, IsSearchedThroughManyRules) {
       "(echo 'table inet two { chain c {';"
       " for i in $(seq 2000); do echo \"ip daddr 192.0.2.$((i % 250)) accept\"; done;"
       " printf 'oifname \"quorvex-sbox0\" accept\n}\n}\n') | nft -f -");
-  EXPECT_TRUE(NftTableNamesInterface(ListTables().front(), "quorvex-sbox0"));
+  EXPECT_TRUE(NamesInterface("quorvex-sbox0"));
+}
+
+TEST_F(AnNftTable, ThatComparesNothingNamesNoInterface) {
+  AddTable("ip6 one", "ip6 saddr :: accept");
+  EXPECT_FALSE(NamesInterface("a-name-of-more-than-fifteen"));
+}
+
+TEST_F(AnNftTable, HasItsRulesCounted) {
+  Shell("nft 'add table inet two; add chain inet two c'");
+  EXPECT_EQ(UseOfOnlyTable("any").rules, 0U);
+  Shell("nft 'add rule inet two c accept; add rule inet two c drop'");
+  EXPECT_EQ(UseOfOnlyTable("any").rules, 2U);
+}
+
+TEST_F(AnNftTable, ThatHasGoneHasNoRules) {
+  AddTable("inet two", "accept");
+  const NftTable table = ListTables().at(0);
+  Shell("nft delete table inet two");
+  NftTableUse use;
+  std::string error;
+  EXPECT_TRUE(SearchNftTable(table, "any", &use, &error)) << error;
+  EXPECT_EQ(use.rules, 0U);
 }
 
 TEST_F(AnNftTable, IsDeletedAloneAmongItsLike) {
