@@ -2,9 +2,11 @@
 #include "runtime/orphans.h"
 
 #include <glib.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,6 +84,14 @@ bool IsOrphan(const RunningProcess& process) {
          IsOpenVpnHelper(process);
 }
 
+// Tools run further programs, which may be in the midst of changing the machine. `timeout` begins a
+// group for all of them, which is ours as well when `timeout` itself has ended.
+bool BelongsToGroupOfOurs(const RunningProcess& process) {
+  return process.group > 1 &&
+         (process.pid == process.group ? IsOurCommand(process)
+                                       : IsOurQuick(process) && kill(process.group, 0) != 0);
+}
+
 // `wireguard-go INTERFACE`: nobody else's can serve an interface of this name in this network.
 bool ServesWireGuard(const RunningProcess& process) {
   constexpr std::string_view kServer = "/wireguard-go";
@@ -107,8 +117,19 @@ void End(const std::vector<RunningProcess>& processes, milliseconds patience) {
 }  // namespace
 
 void EndOrphans() {
+  // A number stays a group's as long as the group has members, and is not soon used again.
+  std::set<pid_t> groups;
+  const auto isInGroup = [&groups](const RunningProcess& process) {
+    return groups.contains(process.group);
+  };
   for (int round = 0; round < kRounds; ++round) {
-    const std::vector<RunningProcess> orphans = FindProcesses(IsOrphan);
+    for (const RunningProcess& process : FindProcesses(BelongsToGroupOfOurs)) {
+      groups.insert(process.group);
+    }
+    const std::vector<RunningProcess> orphans =
+        FindProcesses([&isInGroup](const RunningProcess& process) {
+          return IsOrphan(process) || isInGroup(process);
+        });
     if (orphans.empty()) {
       return;
     }

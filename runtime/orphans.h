@@ -6,8 +6,9 @@
 namespace quorvex::linux_service {
 
 // Ends engines of ours and tools that were at work for us: those whose program is one that we run
-// and whose command line is ours. SIGTERM, and force 8 s later. Never touches the children of this
-// process, nor anything in another network namespace. Blocks the calling thread.
+// and whose command line is ours, and what these tools have started. SIGTERM, and force 8 s later.
+// Never touches the children of this process, nor anything in another network namespace. Blocks the
+// calling thread.
 void EndOrphans();
 
 // Ends DNS helpers that an OpenVPN of ours ran and that outlived it: what they still do would come

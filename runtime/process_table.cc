@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <sstream>
 #include <string_view>
 
 // glibc 2.36 declares these functions for C only.
@@ -84,17 +85,17 @@ std::vector<std::string> ReadArguments(pid_t pid) {
   return arguments;
 }
 
-// The fourth field of the line; the second, in brackets, may itself hold blanks and brackets.
-pid_t ReadParent(pid_t pid) {
+// The fourth and fifth field of the line; the second, in brackets, may itself hold blanks and
+// brackets.
+void ReadLineage(pid_t pid, RunningProcess* process) {
   const std::string text = ReadFile(ProcPath(pid, "stat"));
   const std::size_t name = text.rfind(") ");
-  constexpr std::size_t kToParent = 4;
-  if (name == std::string::npos || text.size() < name + kToParent) {
-    return 0;
+  if (name == std::string::npos) {
+    return;
   }
-  const std::size_t begin = name + kToParent;
-  const std::string parent = text.substr(begin, text.find(' ', begin) - begin);
-  return ReadPid(parent).value_or(0);
+  std::istringstream fields(text.substr(name + 2));
+  char state = '\0';
+  fields >> state >> process->parent >> process->group;
 }
 
 // Of the same user and in the same network.
@@ -113,7 +114,7 @@ std::optional<RunningProcess> Look(pid_t pid) {
   RunningProcess process;
   process.handle = FileDescriptor(pidfd_open(pid, 0));
   process.pid = pid;
-  process.parent = ReadParent(pid);
+  ReadLineage(pid, &process);
   if (!process.handle.IsOpen() || process.parent == getpid() || !IsOneOfUs(pid)) {
     return std::nullopt;
   }

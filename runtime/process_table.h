@@ -18,6 +18,8 @@ namespace quorvex::linux_service {
 struct RunningProcess {
   pid_t pid = 0;
   pid_t parent = 0;
+  // The process group; its number is that of the process which began it.
+  pid_t group = 0;
   // The program's file as the kernel names it; empty when this process may not know.
   std::string program;
   std::vector<std::string> arguments;

@@ -18,7 +18,9 @@ def status_fields(host_pid: int) -> dict[str, str]:
 
 
 def is_alive(host_pid: int) -> bool:
-    return status_fields(host_pid)["State"][0] not in "ZX"
+    """As long as one of its threads is: the last one closes the files."""
+    fields = status_fields(host_pid)
+    return fields["State"][0] not in "ZX" or int(fields["Threads"]) > 1
 
 
 def inner_pid(host_pid: int) -> int:

@@ -53,7 +53,7 @@ class Orphans : public test::PrivateWorld {
     Install(kSingBoxBinary);
     Install(kOpenVpnBinary);
     Shell(
-        "cp /bin/bash /run/somebody-elses-sing-box; touch /run/loop;"
+        "rm -f /run/ready /run/done; cp /bin/bash /run/somebody-elses-sing-box; touch /run/loop;"
         "printf 'trap \"exit 0\" TERM; while :; do sleep 0.01; done' > /run/obey;"
         "printf 'trap \"\" TERM; touch /run/ready; while :; do sleep 0.01; done' > /run/ignore");
   }
@@ -71,9 +71,10 @@ class Orphans : public test::PrivateWorld {
   pid_t Start(const std::string& command) {
     started.push_back(StartOrphan(command));
     const pid_t pid = started.back();
+    // Not the shell any more that starts it, nor setsid.
     EXPECT_TRUE(test::Eventually([pid] {
-      return test::ReadFile("/proc/" + std::to_string(pid) + "/cmdline").find("/run/") !=
-             std::string::npos;
+      const std::string words = test::ReadFile("/proc/" + std::to_string(pid) + "/cmdline");
+      return !words.empty() && words.find("setsid") == std::string::npos;
     }));
     return pid;
   }
@@ -154,6 +155,48 @@ TEST_F(Orphans, AreToolsAtWorkForUs) {
   EXPECT_TRUE(FindProcesses([](const RunningProcess& process) {
                 return HasArgument(process, kWireGuardConfig);
               }).empty());
+}
+
+// As `ip` does, which wg-quick runs to remove the interface: the kernel finishes it all the same.
+constexpr char kSlowHelper[] =
+    "/bin/bash -c 'trap \"sleep 0.5; touch /run/done; exit\" TERM; touch /run/ready;"
+    " while :; do sleep 0.01; done' /run/helper\n";
+
+TEST_F(Orphans, AreProgramsThatSuchAToolRuns) {
+  StandIn(kWireGuardQuick, kSlowHelper);
+  Start(std::string(kTimeoutBinary) + " --signal=TERM --kill-after=3s 12s " + kWireGuardQuick +
+        " down " + kWireGuardConfig);
+  ASSERT_TRUE(test::Eventually([] { return test::Exists("/run/ready"); }));
+  InAnotherProcess(EndOrphans);
+  EXPECT_TRUE(test::Exists("/run/done"));
+}
+
+TEST_F(Orphans, AreProgramsThatAToolRunsWhoseTimeoutHasEnded) {
+  StandIn(kWireGuardQuick, kSlowHelper);
+  const pid_t timeout = Start(std::string(kTimeoutBinary) + " --signal=TERM --kill-after=3s 12s " +
+                              kWireGuardQuick + " down " + kWireGuardConfig);
+  ASSERT_TRUE(test::Eventually([] { return test::Exists("/run/ready"); }));
+  kill(timeout, SIGKILL);
+  ASSERT_TRUE(test::Eventually([timeout] {
+    waitpid(timeout, nullptr, WNOHANG);
+    return kill(timeout, 0) != 0;
+  }));
+  InAnotherProcess(EndOrphans);
+  EXPECT_TRUE(test::Exists("/run/done"));
+}
+
+TEST_F(Orphans, AreNotTheGroupOfASomebodyWhoRunsTheToolByHand) {
+  StandIn(kWireGuardQuick, "while :; do sleep 0.01; done");
+  Shell(std::string("printf '") + kWireGuardQuick + " down " + kWireGuardConfig +
+        " & while :; do sleep 0.01; done' > /run/by-hand");
+  const pid_t other = Start("/bin/bash /run/by-hand");
+  ASSERT_TRUE(test::Eventually([] {
+    return !FindProcesses([](const RunningProcess& process) {
+              return HasArgument(process, kWireGuardConfig);
+            }).empty();
+  }));
+  InAnotherProcess(EndOrphans);
+  EXPECT_TRUE(IsAlive(other));
 }
 
 TEST_F(Orphans, AreNotToolsOfSomebodyElse) {
