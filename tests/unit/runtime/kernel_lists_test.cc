@@ -4,6 +4,7 @@
 // is deleted.
 #include <linux/netfilter.h>
 #include <linux/rtnetlink.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -252,6 +253,21 @@ TEST_F(AnNftTable, HasItsRulesCounted) {
   EXPECT_EQ(UseOfOnlyTable("any").rules, 0U);
   Shell("nft 'add rule inet two c accept; add rule inet two c drop'");
   EXPECT_EQ(UseOfOnlyTable("any").rules, 2U);
+}
+
+TEST_F(AnNftTable, ThatCannotBeSearchedIsNotTakenForEmpty) {
+  AddTable("inet two", "accept");
+  const NftTable table = ListTables().at(0);
+  rlimit usual = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit none = {0, usual.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  NftTableUse use;
+  std::string error;
+  const bool searched = SearchNftTable(table, "any", &use, &error);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+  EXPECT_FALSE(searched);
+  EXPECT_EQ(error, "Unable to list the rules of nftables: Too many open files");
 }
 
 TEST_F(AnNftTable, ThatHasGoneHasNoRules) {
