@@ -167,7 +167,7 @@ bool SearchNftTable(const NftTable& table, const std::string& interface, NftTabl
   const int code = Search(table, &search);
   *use = search.use;
   use->namesInterface = isName && use->namesInterface;
-  return code == 0 || code == ENOENT || FailWithCode(kCannotSearch, code, error);
+  return code == 0 || FailWithCode(kCannotSearch, code, error);
 }
 
 bool DeleteNftTable(const NftTable& table, std::string* error) {

@@ -53,7 +53,8 @@ class Session:
 
     def type(self, line: str, user: str = "alice", status: int = OK) -> None:
         prompt = "#" if user == "root" else "$"
-        shown = self.control.world.run(["/bin/sh", "-c", f"cd /tmp && {line} 2>&1"], user=user, check=False, timeout=30)
+        shown = self.control.world.run(["/bin/sh", "-c", f"cd /tmp && {line} 2>&1"], user=user, check=False, timeout=30,
+                                       env=self.control.environment)
         if shown.status != status:
             raise AssertionError(f"{line} ended with {shown.status}:\n{shown.stdout}")
         self.text.append(f"{user}{prompt} {line}\n{shown.stdout}")

@@ -9,6 +9,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from quorvex_world import Completed, Process, World
+from quorvex_world.service import passed_environment
 
 INSTALLED = "/usr/bin/quorvexvpnctl"
 
@@ -46,6 +47,8 @@ class Control:
     def __post_init__(self) -> None:
         shutil.copyfile(executable_beside(self.service, self.world), self.world.path(INSTALLED))
         self.world.path(INSTALLED).chmod(0o755)
+        # What a build with a sanitizer looks for.
+        self.environment = passed_environment(self.world)
 
     def put_profile(self, text: str = PROFILE, name: str = "home.conf") -> str:
         """A profile in alice's folder; the path."""
@@ -54,7 +57,8 @@ class Control:
         return path
 
     def run(self, *words: str, user: str = "alice", **more) -> Completed:
-        return self.world.run([INSTALLED, *words], user=user, check=False, **{"timeout": 30, **more})
+        return self.world.run([INSTALLED, *words], user=user, check=False,
+                              **{"timeout": 30, "env": self.environment, **more})
 
     def json(self, *words: str, status: int = OK, user: str = "alice", **more) -> dict:
         """The one object that `--json` prints; nothing else may be printed."""
@@ -66,4 +70,4 @@ class Control:
 
     def start(self, *words: str, user: str = "alice") -> Process:
         """The command running on its own; `lines` are both its outputs."""
-        return self.world.spawn([INSTALLED, *words], user=user)
+        return self.world.spawn([INSTALLED, *words], user=user, env=self.environment)

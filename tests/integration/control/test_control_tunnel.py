@@ -59,7 +59,7 @@ def test_each_engine_is_guessed_from_its_profile_and_told_by_its_interface(world
 def on_a_terminal(control, script: str):
     """`script` gives its command a terminal of its own; its last line is the status it ended with."""
     return control.world.run(["/usr/bin/script", "--quiet", "--return", "--command", script, "/dev/null"],
-                             user="alice", check=False, timeout=30)
+                             user="alice", check=False, timeout=30, env=control.environment)
 
 
 def test_a_terminal_shows_the_stage_in_its_last_line(wireguard_control):
@@ -77,7 +77,8 @@ def test_ctrl_c_on_a_terminal_disconnects(wireguard_control):
     gate = control.world.recorder("/usr/bin/wg-quick").gate("up")
     profile = put_real_profile(control)
     control.world.put_file("/tmp/type", TYPE_CTRL_C, mode=0o755)
-    typing = control.world.spawn(["/usr/bin/python3", "/tmp/type", INSTALLED, "connect", profile], user="alice")
+    typing = control.world.spawn(["/usr/bin/python3", "/tmp/type", INSTALLED, "connect", profile], user="alice",
+                                 env=control.environment)
     control.world.wait_call("wg-quick", "up")
     typing.signal(signal.SIGUSR1)
     typing.wait_line("disconnecting")

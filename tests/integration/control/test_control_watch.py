@@ -107,7 +107,8 @@ def test_ends_with_the_bus(control):
 
 def test_ends_when_nobody_reads_any_more(control):
     control.world.start_service()
-    read = control.world.run(["/bin/sh", "-c", f"{INSTALLED} watch --json | head -n 1"], timeout=20)
+    read = control.world.run(["/bin/sh", "-c", f"{INSTALLED} watch --json | head -n 1"], timeout=20,
+                             env=control.environment)
     assert '"event":"service"' in read.stdout
     control.world.wait(lambda: not [one for one in control.world.processes() if INSTALLED in one["argv"]],
                        what="the end of the command")
@@ -117,5 +118,6 @@ def test_output_that_cannot_be_written_is_a_failure(control):
     """So that a key pair on a full disk does not pass for one that was kept."""
     control.world.start_service()
     for command in ("status", "keygen"):
-        full = control.world.run(["/bin/sh", "-c", f"{INSTALLED} {command} >/dev/full"], user="alice", check=False)
+        full = control.world.run(["/bin/sh", "-c", f"{INSTALLED} {command} >/dev/full"], user="alice", check=False,
+                                 env=control.environment)
         assert full.status == FAILURE and "No space left on device" in full.stderr
