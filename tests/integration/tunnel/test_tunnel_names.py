@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Servers that a profile names by host name, asked of a real name server, with every engine."""
 
+import re
 import time
 
 import pytest
@@ -127,6 +128,20 @@ def test_a_silent_resolver_holds_up_neither_a_disconnect_nor_any_other_call(worl
     assert time.monotonic() - began < 3
     assert machine.snapshot() == {"stage": "disconnected"}
     assert machine.traffic(FAR4) == all_as(DIRECT4)
+
+
+def test_a_silent_resolver_is_asked_for_four_names_at_a_time(world):
+    """Those that nobody waits for any more included: more of them would hold up what the kill switch needs."""
+    names = [f"n{number}.test" for number in range(12)]
+    machine = machine_with(world, OpenVpnServer)
+    world.server.dns_server(RESOLVER, {}, silent=True)
+    world.put_file("/etc/resolv.conf", PATIENT)
+    wire = world.server.capture("phys0-peer", "udp port 53")
+    for _ in range(2):
+        machine.alice.connect("home", "openVpn", world.tunnel.profile(host=names[0], more_hosts=tuple(names[1:])))
+        wire.wait_packet(f"A? {names[3]}")
+        machine.disconnect()
+    assert set(re.findall(r"A\? (\S+\.test)", "\n".join(wire.stop()))) == set(names[:4])
 
 
 @by_engine(ALL)
