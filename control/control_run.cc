@@ -36,7 +36,7 @@ int Run(const CommandLine& line) {
 
 int RunControl(int argc, char** argv) {
   // Words on the command line are in the user's own character set; our sentences stay as they are.
-  std::setlocale(LC_CTYPE, "");
+  static_cast<void>(std::setlocale(LC_CTYPE, ""));
   CommandLine line;
   std::string words;
   switch (ParseCommandLine(argc, argv, &line, &words)) {

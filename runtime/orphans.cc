@@ -2,10 +2,10 @@
 #include "runtime/orphans.h"
 
 #include <glib.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <set>
 #include <string>
 #include <string_view>

@@ -31,8 +31,8 @@ constexpr std::string_view kAlive = "WATCHDOG=1";
 // So the main loop may stand still for three quarters of the interval.
 constexpr std::int64_t kReportsInAnInterval = 4;
 
-// What systemd asked for. Zero: nobody watches. Written once, before the threads that read it.
-milliseconds g_pause{0};
+// What systemd asked for. No pause: nobody watches. Written once, before the threads that read it.
+std::int64_t g_pauseMilliseconds = 0;
 int g_socket = -1;
 sockaddr_un g_address = {};
 socklen_t g_addressLength = 0;
@@ -94,7 +94,7 @@ void ReportFor(const std::stop_token& stop, std::chrono::seconds limit) {
   std::unique_lock lock(mutex);
   while (!stop.stop_requested() && Clock::now() - begin < limit) {
     Report();
-    wake.wait_for(lock, stop, g_pause, [] { return false; });
+    wake.wait_for(lock, stop, milliseconds(g_pauseMilliseconds), [] { return false; });
   }
 }
 
@@ -110,17 +110,18 @@ void TakeWatchdogFromEnvironment() {
   }
   g_socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (g_socket >= 0) {
-    const std::chrono::microseconds quarter(*interval / kReportsInAnInterval);
-    g_pause = std::max(milliseconds(1), std::chrono::duration_cast<milliseconds>(quarter));
+    constexpr std::int64_t kMicrosecondsInAMillisecond = 1000;
+    const std::int64_t quarter = *interval / kReportsInAnInterval;
+    g_pauseMilliseconds = std::max<std::int64_t>(1, quarter / kMicrosecondsInAMillisecond);
   }
 }
 
 void ReportFromMainLoop(Service* service) {
-  if (g_pause.count() == 0) {
+  if (g_pauseMilliseconds == 0) {
     return;
   }
   Report();
-  g_timeout_add(static_cast<guint>(g_pause.count()), ReportIfWell, service);
+  g_timeout_add(static_cast<guint>(g_pauseMilliseconds), ReportIfWell, service);
 }
 
 bool WorkerPulse::Beats(std::int32_t active, std::uint64_t finished, Clock::time_point now) {
@@ -134,7 +135,7 @@ bool WorkerPulse::Beats(std::int32_t active, std::uint64_t finished, Clock::time
 }
 
 WatchdogPatience::WatchdogPatience(std::chrono::seconds limit) {
-  if (g_pause.count() != 0) {
+  if (g_pauseMilliseconds != 0) {
     reporter_ = std::jthread(ReportFor, limit);
   }
 }
