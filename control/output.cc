@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "control/output.h"
 
-#include <glib.h>
+#include <glib-unix.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -43,6 +44,11 @@ void Print(const std::string& text) {
     std::perror("quorvexvpnctl");
   }
   std::exit(kExitFailure);
+}
+
+void EndWithReader() {
+  const auto end = [](int, GIOCondition, gpointer) -> gboolean { std::exit(kExitFailure); };
+  g_unix_fd_add(STDOUT_FILENO, static_cast<GIOCondition>(G_IO_ERR | G_IO_HUP), end, nullptr);
 }
 
 void Complain(const std::string& line) {

@@ -8,6 +8,10 @@
 
 namespace quorvex::control {
 
+// From now on the main loop of the default context ends the process, with kExitFailure, when nobody
+// reads standard output any more: without this only the next Print would notice.
+void EndWithReader();
+
 // To standard output, at once.
 void Print(const std::string& text);
 // To standard error.

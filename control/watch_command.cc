@@ -84,6 +84,7 @@ int RunWatch(const CommandLine& line) {
   if (bus == nullptr) {
     return Report(failure, line.json);
   }
+  EndWithReader();
   if (WatchRun(std::move(bus), line.json).Run()) {
     return kExitOk;
   }

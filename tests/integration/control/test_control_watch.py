@@ -105,9 +105,11 @@ def test_ends_with_the_bus(control):
     assert "The system bus has ended." in "\n".join(process.lines)
 
 
-def test_ends_when_nobody_reads_any_more(control):
+@pytest.mark.parametrize("lines", [1, 3])
+def test_ends_when_nobody_reads_any_more(control, lines):
+    """After the third line there is nothing more to write."""
     control.world.start_service()
-    read = control.world.run(["/bin/sh", "-c", f"{INSTALLED} watch --json | head -n 1"], timeout=20,
+    read = control.world.run(["/bin/sh", "-c", f"{INSTALLED} watch --json | head -n {lines}"], timeout=20,
                              env=control.environment)
     assert '"event":"service"' in read.stdout
     control.world.wait(lambda: not [one for one in control.world.processes() if INSTALLED in one["argv"]],
