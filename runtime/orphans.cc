@@ -119,16 +119,13 @@ void End(const std::vector<RunningProcess>& processes, milliseconds patience) {
 void EndOrphans() {
   // A number stays a group's as long as the group has members, and is not soon used again.
   std::set<pid_t> groups;
-  const auto isInGroup = [&groups](const RunningProcess& process) {
-    return groups.contains(process.group);
-  };
   for (int round = 0; round < kRounds; ++round) {
     for (const RunningProcess& process : FindProcesses(BelongsToGroupOfOurs)) {
       groups.insert(process.group);
     }
     const std::vector<RunningProcess> orphans =
-        FindProcesses([&isInGroup](const RunningProcess& process) {
-          return IsOrphan(process) || isInGroup(process);
+        FindProcesses([&groups](const RunningProcess& process) {
+          return IsOrphan(process) || groups.contains(process.group);
         });
     if (orphans.empty()) {
       return;

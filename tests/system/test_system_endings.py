@@ -104,6 +104,15 @@ def test_removed_while_a_client_asks_for_it_again_and_again(connected):
     assert "ServiceUnknown" in connected.call("GetRuntimeInfo", check=False).stderr
 
 
+def test_a_removal_that_is_given_up_leaves_a_service_that_can_be_asked_for(machine):
+    scripts = f"/var/lib/dpkg/info/{PACKAGE}"
+    machine.run([f"{scripts}.prerm", "remove"])
+    assert machine.call("GetRuntimeInfo", check=False).status != 0
+    # As dpkg calls it then: https://www.debian.org/doc/debian-policy/ap-flowcharts.html
+    machine.run([f"{scripts}.postinst", "abort-remove"])
+    assert machine.stage() == "disconnected"
+
+
 def test_purged(connected):
     connected.apt(f"purge {PACKAGE}")
     expect_open(connected)
